@@ -1,0 +1,447 @@
+#include "VandrelEngine.h"
+
+#include "CSineOscillator.h"
+#include "PlugHelpers.h"
+
+#include <cmath>
+#include <cstring>
+#include <new>
+
+namespace {
+
+// Levels at or below -80 dB mute their signal.
+constexpr long kLevelFloorDb = -80;
+
+// The oscillator period maps to this constant, a little above 2 pi, rather
+// than to 2 pi itself.
+constexpr double kLfoCycle = 6.28318530718;
+constexpr double kPi = 3.141592653589793;
+constexpr double kTwoPi = 6.283185307179586;
+
+// Stored filter and delay values below this magnitude become 0.0, which keeps
+// decaying feedback out of the denormal range.
+constexpr double kFlushThreshold = 2e-11;
+
+// The flanger's processed part is this share of the wet ratio.
+constexpr double kFlangeWetShare = 0.9;
+
+// Channel factors of the multi-channel flanger, repeating every 16 channels.
+constexpr double kPan[16] = {0.9, 0.95, 0.7, 0.9, 0.8, 1.0, 1.0, 0.7,
+                             0.7, 1.0, 0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
+
+// A modulation rate of 0 or below has no period; it runs as the slowest rate
+// that the parameter range can produce.
+constexpr std::int64_t kMinModRate = 1;
+
+// The shortest half period of the sweep: one sample. Only rates far above the
+// parameter range, or sample rates of 0 and below, reach it.
+constexpr std::int64_t kMinHalfPeriod = 1;
+
+double Flush(double v)
+{
+    return std::fabs(v) < kFlushThreshold ? 0.0 : v;
+}
+
+// Truncation toward zero to 32 bits that saturates instead of overflowing on
+// out-of-range values (which only parameters far outside their ranges give);
+// NaN becomes 0.
+std::int32_t TruncToInt32(double v)
+{
+    if (v > -2147483649.0 && v < 2147483648.0) {
+        return static_cast<std::int32_t>(v);
+    }
+    if (v > 0.0) {
+        return INT32_MAX;
+    }
+    return v < 0.0 ? INT32_MIN : 0;
+}
+
+// 64-bit integer arithmetic on property values wraps instead of overflowing.
+std::int64_t WrapSub(std::int64_t a, std::int64_t b)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
+}
+
+std::int64_t WrapMul(std::int64_t a, std::int64_t b)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b));
+}
+
+std::int32_t LowWord(std::int64_t v)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(v)));
+}
+
+std::int64_t EffectiveModRate(const _transform_props& props)
+{
+    return props.lModRate > 0 ? props.lModRate : kMinModRate;
+}
+
+} // namespace
+
+CVandrelEngine::CVandrelEngine()
+    : bValid(false), nChannels(1), nSampleRate(22050), lEffect(0), dWet(0.0), dDry(0.0),
+      lWritePos(0), adFlangeMem(), lLfoIndex(0), dReadCenter(0.0), dLfoPeriod(0.0),
+      dLfoOmega(0.0), dSweepDepth(0.0), pdDelay(nullptr), dDelayGain(0.0), dMemGain(0.0),
+      dFeedback(0.0), adChanGain(), dSamplesPerMs(0.0), lWahTableLen(0), dWahPos(0.0),
+      dWahStep(0.0), pdWahA1(nullptr), pdWahA2(nullptr), adWahY1(), adWahY2(), pOsc(nullptr),
+      bWahTablesBuilt(false), lWahBuiltRate(0), lWahBuiltDepth(0), lWahBuiltCenter(0),
+      lWahBuiltResonance(0), nWahBuiltSampleRate(0)
+{
+}
+
+CVandrelEngine::~CVandrelEngine()
+{
+    ReleaseBlocks();
+}
+
+void CVandrelEngine::ReleaseBlocks()
+{
+    if (pdWahA1 != nullptr) {
+        PlugMemFree(pdWahA1);
+        pdWahA1 = nullptr;
+    }
+    if (pdWahA2 != nullptr) {
+        PlugMemFree(pdWahA2);
+        pdWahA2 = nullptr;
+    }
+    if (pdDelay != nullptr) {
+        PlugMemFree(pdDelay);
+        pdDelay = nullptr;
+    }
+    delete pOsc;
+    pOsc = nullptr;
+    bWahTablesBuilt = false;
+}
+
+bool CVandrelEngine::HasStreamState() const
+{
+    return pdDelay != nullptr && pdWahA1 != nullptr && pdWahA2 != nullptr && pOsc != nullptr;
+}
+
+std::int32_t CVandrelEngine::TransformBegin(int channels, int sampleRate, _transform_props& props)
+{
+    // More channels than the per-channel arrays hold cannot be served; the
+    // request is refused before anything changes.
+    if (channels < 0 || channels > kMaxChannels) {
+        return kStatusBadChannelCount;
+    }
+    nChannels = channels;
+    nSampleRate = sampleRate;
+    props.uChanged |= kPropsChanged_Levels | kPropsChanged_Begin;
+    return TransformCookProperties(props, TRANSFORM_START);
+}
+
+std::int32_t CVandrelEngine::TransformCookProperties(_transform_props& props,
+                                                     TRANSFORM_STATE state)
+{
+    lEffect = props.lEffect;
+    dWet = PlugGetRatioFromdB(static_cast<long>(props.lWetOut), kLevelFloorDb);
+    dDry = PlugGetRatioFromdB(static_cast<long>(props.lDryOut), kLevelFloorDb);
+
+    // Without its state (allocation failed, or no stream begun) the engine
+    // does no setup and renders nothing until a TransformBegin succeeds.
+    std::int32_t status = kStatusOK;
+    if (state == TRANSFORM_START) {
+        status = InitializeEffects();
+    } else if (!HasStreamState()) {
+        status = kStatusNotBegun;
+    }
+    props.uChanged = 0;
+
+    if (status == kStatusOK) {
+        if (lEffect == kEffect_Phaser || lEffect == kEffect_WahWah) {
+            SetupWahwah(props, state);
+        } else if (lEffect == kEffect_Flange) {
+            SetupFlange(props, state);
+        } else {
+            status = kStatusUnknownEffect;
+        }
+    }
+    bValid = status >= 0;
+    return status;
+}
+
+std::int32_t CVandrelEngine::InitializeEffects()
+{
+    dFeedback = 0.5;
+    dMemGain = 0.0;
+    dDelayGain = 1.0;
+
+    if (pdDelay != nullptr) {
+        PlugMemFree(pdDelay);
+    }
+    const std::int32_t delayBytes =
+        kDelayFrames * static_cast<std::int32_t>(sizeof(double)) * nChannels;
+    pdDelay = static_cast<double*>(PlugMemAllocZeroInit(delayBytes));
+
+    lWritePos = 0;
+    std::memset(adFlangeMem, 0, sizeof adFlangeMem);
+    lLfoIndex = 0;
+
+    dSamplesPerMs = static_cast<double>(TruncToInt32(static_cast<double>(nSampleRate) / 1000.0));
+    dReadCenter = dSamplesPerMs;
+
+    delete pOsc;
+    pOsc = new (std::nothrow) CSineOscillator(0.0, 0.0, 0, kLfoReseedInterval);
+
+    if (pdWahA1 != nullptr) {
+        PlugMemFree(pdWahA1);
+    }
+    if (pdWahA2 != nullptr) {
+        PlugMemFree(pdWahA2);
+    }
+    const long long tableBytes = kWahTableSize * static_cast<long long>(sizeof(double));
+    pdWahA1 = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
+    pdWahA2 = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
+    bWahTablesBuilt = false;
+
+    // The sweep direction (dWahStep) and the filter memories of channels 2
+    // and up deliberately survive a rebuild.
+    dWahPos = 0.0;
+    adWahY1[0] = 0.0;
+    adWahY1[1] = 0.0;
+    adWahY2[0] = 0.0;
+    adWahY2[1] = 0.0;
+
+    // A block that cannot be had leaves no partial state behind: the engine
+    // then holds nothing and renders nothing.
+    if (!HasStreamState()) {
+        ReleaseBlocks();
+        return kStatusNoMemory;
+    }
+    return kStatusOK;
+}
+
+std::int32_t CVandrelEngine::TransformEnd()
+{
+    ReleaseBlocks();
+    return kStatusOK;
+}
+
+std::int32_t CVandrelEngine::SetupFlange(const _transform_props& props, TRANSFORM_STATE)
+{
+    for (int i = 0; i < kMaxChannels; ++i) {
+        adChanGain[i] = kPan[i % 16] * dWet;
+    }
+    dSweepDepth = static_cast<double>(
+        TruncToInt32(static_cast<double>(props.lModDepth) / 100.0 * dSamplesPerMs));
+    const std::int64_t rate = EffectiveModRate(props);
+    dLfoPeriod = static_cast<double>(static_cast<std::int64_t>(
+        static_cast<double>(nSampleRate) * (1000.0 / static_cast<double>(rate))));
+    dLfoOmega = kLfoCycle / dLfoPeriod;
+    dWet = dWet * kFlangeWetShare;
+    pOsc->Init(dLfoOmega, 0.0, LowWord(lLfoIndex));
+    return kStatusOK;
+}
+
+std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFORM_STATE)
+{
+    const std::int64_t rate = EffectiveModRate(props);
+    std::int64_t halfPeriod = static_cast<std::int64_t>(
+        (1000.0 * static_cast<double>(nSampleRate)) / static_cast<double>(WrapMul(2, rate)));
+    if (halfPeriod < kMinHalfPeriod) {
+        halfPeriod = kMinHalfPeriod;
+    }
+    const std::int64_t len = halfPeriod < kWahTableSize ? halfPeriod : kWahTableSize;
+    lWahTableLen = len;
+    if (dWahStep < 0.0) {
+        dWahStep = -static_cast<double>(len) / static_cast<double>(halfPeriod);
+    } else {
+        dWahStep = static_cast<double>(len) / static_cast<double>(halfPeriod);
+    }
+
+    if (bWahTablesBuilt && lWahBuiltRate == props.lModRate && lWahBuiltDepth == props.lModDepth &&
+        lWahBuiltCenter == props.lCenterFreq && lWahBuiltResonance == props.lResonance &&
+        nWahBuiltSampleRate == nSampleRate) {
+        return kStatusOK;
+    }
+
+    const std::int64_t r = props.lResonance;
+    const double rOff = static_cast<double>(WrapSub(r, 50));
+    const double q = 1.0 + 0.008 * (rOff * rOff);
+    const double quality = r > 49 ? q : 1.0 / q;
+
+    const std::int64_t m = props.lModDepth;
+    const double mOff = static_cast<double>(WrapSub(m, 50));
+    const double o = 1.0 + 0.002 * (mOff * mOff);
+    const double span = static_cast<double>(m) <= 50.0 ? o : 1.0 / o;
+
+    const double fc = static_cast<double>(props.lCenterFreq) / static_cast<double>(nSampleRate);
+    const double ratio = std::exp2(1.0 / span);
+    const double lo = fc / ratio;
+    const double hi = fc * ratio;
+    const double top = hi < 0.5 ? hi : 0.5;
+    const double inc = (top - lo) / static_cast<double>(len);
+
+    double f = lo;
+    for (std::int64_t j = 0; j < len; ++j) {
+        const double c = std::cos(f * kTwoPi);
+        pdWahA1[j] = std::exp(f * -kPi / quality) * (c + c);
+        pdWahA2[j] = std::exp(f * -kTwoPi / quality);
+        f += inc;
+    }
+
+    bWahTablesBuilt = true;
+    lWahBuiltRate = props.lModRate;
+    lWahBuiltDepth = props.lModDepth;
+    lWahBuiltCenter = props.lCenterFreq;
+    lWahBuiltResonance = props.lResonance;
+    nWahBuiltSampleRate = nSampleRate;
+    return kStatusOK;
+}
+
+std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned int channelCount,
+                                                     unsigned int frame)
+{
+    const double s = pOsc->FindNthSine(LowWord(lLfoIndex));
+
+    double pos = s * dSweepDepth + dReadCenter;
+    if (pos >= 6500.0) {
+        pos = pos - 6500.0;
+    } else if (pos < 0.0) {
+        pos = pos + 6500.0;
+    }
+    const std::int32_t i = TruncToInt32(pos);
+    const double frac = pos - static_cast<double>(i);
+
+    // A read position outside one wrap of the line (only from depths beyond
+    // the parameter range) is held at the line's ends.
+    const std::int64_t stride = channelCount;
+    const std::int64_t lineLen = kDelayFrames * stride;
+    std::int64_t idx0 = static_cast<std::int64_t>(i) * stride;
+    if (idx0 > lineLen - 1) {
+        idx0 = lineLen - 1;
+    }
+    if (idx0 < 0) {
+        idx0 = 0;
+    }
+    std::int64_t idx1 = idx0 + stride;
+    if (idx1 >= lineLen) {
+        idx1 -= lineLen;
+    }
+
+    dReadCenter = dReadCenter - 1.0;
+    if (dReadCenter < 0.0) {
+        dReadCenter = 6499.0;
+    }
+    lLfoIndex = lLfoIndex + 1;
+    if (static_cast<double>(lLfoIndex) >= dLfoPeriod) {
+        lLfoIndex = 0;
+    }
+
+    double* const writeFrame = pdDelay + lWritePos * stride;
+    for (unsigned int c = 0; c < channelCount; ++c) {
+        const double older = pdDelay[idx1];
+        const double newer = pdDelay[idx0];
+        const double d = dMemGain * adFlangeMem[c] + ((older - newer) * frac + newer) * dDelayGain;
+        adFlangeMem[c] = Flush(d);
+        const double x = static_cast<double>(channels[c][frame]);
+        writeFrame[c] = Flush(dFeedback * d + x);
+        double out;
+        if (channelCount == 1) {
+            out = x * dDry + d * dWet;
+        } else {
+            out = x * dDry + (d * dWet) * adChanGain[c];
+        }
+        channels[c][frame] = static_cast<float>(out);
+        if (++idx0 >= lineLen) {
+            idx0 = 0;
+        }
+        if (++idx1 >= lineLen) {
+            idx1 = 0;
+        }
+    }
+
+    lWritePos = lWritePos > 0 ? lWritePos - 1 : kDelayFrames - 1;
+    return 0;
+}
+
+float CVandrelEngine::ProcessWahWah_FloatSample(float* sample, unsigned int channel)
+{
+    const double x = static_cast<double>(*sample);
+    const double p = dWahPos;
+    const std::int64_t last = lWahTableLen - 1;
+
+    std::int64_t i0 = static_cast<std::int64_t>(p);
+    if (i0 > last) {
+        i0 = last;
+    }
+    if (i0 < 0) {
+        i0 = 0;
+    }
+    const std::int64_t i1 = i0 + 1 < last ? i0 + 1 : last;
+
+    double a1;
+    double a2;
+    if (p == static_cast<double>(i0)) {
+        a1 = pdWahA1[i0];
+        a2 = pdWahA2[i0];
+    } else {
+        const double t = p - static_cast<double>(i0);
+        a1 = pdWahA1[i0] + (pdWahA1[i1] - pdWahA1[i0]) * t;
+        a2 = pdWahA2[i0] + (pdWahA2[i1] - pdWahA2[i0]) * t;
+    }
+
+    const double next = p + dWahStep;
+    if (next >= static_cast<double>(last)) {
+        dWahPos = static_cast<double>(last);
+        dWahStep = -dWahStep;
+    } else if (next <= 0.0) {
+        dWahPos = 0.0;
+        dWahStep = -dWahStep;
+    } else {
+        dWahPos = next;
+    }
+
+    const double y1 = adWahY1[channel];
+    const double y2 = adWahY2[channel];
+    const double w = (x + a1 * y1) - a2 * y2;
+    const double a = (a2 * w - a1 * y1) + y2;
+    adWahY2[channel] = y1;
+    adWahY1[channel] = Flush(w);
+
+    const double processed = lEffect == kEffect_Phaser ? (a + x) * 0.5 : x - a;
+    return static_cast<float>(processed * dWet + x * dDry);
+}
+
+std::int32_t CVandrelEngine::TransformFloat(TRANSFORM_STATE, float** channels,
+                                            unsigned int channelCount, unsigned int& frameCount,
+                                            bool bSkip)
+{
+    const bool runnable = !bSkip && bValid && HasStreamState() &&
+                          channelCount <= static_cast<unsigned int>(kMaxChannels) &&
+                          (channels != nullptr || channelCount == 0);
+
+    if (runnable && (lEffect == kEffect_Phaser || lEffect == kEffect_WahWah)) {
+        if (channelCount == 0) {
+            return kStatusOK;
+        }
+        // Every channel replays the same sweep positions; the last channel's
+        // end state carries into the next call.
+        const double startPos = dWahPos;
+        const double startStep = dWahStep;
+        for (unsigned int c = 0; c < channelCount; ++c) {
+            dWahPos = startPos;
+            dWahStep = startStep;
+            float* const samples = channels[c];
+            for (unsigned int f = 0; f < frameCount; ++f) {
+                samples[f] = ProcessWahWah_FloatSample(&samples[f], c);
+            }
+        }
+        return kStatusOK;
+    }
+
+    // The delay line holds nChannels interleaved channels; more cannot be
+    // flanged.
+    if (runnable && lEffect == kEffect_Flange &&
+        channelCount <= static_cast<unsigned int>(nChannels)) {
+        for (unsigned int f = 0; f < frameCount; ++f) {
+            ProcessFlange_FloatCell(channels, channelCount, f);
+        }
+        return kStatusOK;
+    }
+
+    frameCount = 0;
+    return kStatusNoFrames;
+}
