@@ -23,6 +23,12 @@
 #include <CoreAudio/CoreAudioTypes.h>
 #include <stddef.h>
 
+/* The runtime library exports these functions; plug-ins look some of them up
+   at run time by name. */
+#ifndef AU_EXPORT
+#define AU_EXPORT extern __attribute__((visibility("default")))
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -37,20 +43,22 @@ typedef Float32 AudioUnitParameterValue;
 typedef UInt32 AudioUnitRenderActionFlags;
 
 /* Component types (four-character codes). */
-enum {
-    kAudioUnitType_Output = 0x61756F75,           /* 'auou' */
-    kAudioUnitType_MusicDevice = 0x61756D75,      /* 'aumu' */
-    kAudioUnitType_MusicEffect = 0x61756D66,      /* 'aumf' */
-    kAudioUnitType_FormatConverter = 0x61756663,  /* 'aufc' */
-    kAudioUnitType_Effect = 0x61756678,           /* 'aufx' */
-    kAudioUnitType_Mixer = 0x61756D78,            /* 'aumx' */
-    kAudioUnitType_Panner = 0x6175706E,           /* 'aupn' */
-    kAudioUnitType_Generator = 0x6175676E,        /* 'augn' */
-    kAudioUnitType_OfflineEffect = 0x61756F6C     /* 'auol' */
+enum
+{
+    kAudioUnitType_Output = 0x61756F75,          /* 'auou' */
+    kAudioUnitType_MusicDevice = 0x61756D75,     /* 'aumu' */
+    kAudioUnitType_MusicEffect = 0x61756D66,     /* 'aumf' */
+    kAudioUnitType_FormatConverter = 0x61756663, /* 'aufc' */
+    kAudioUnitType_Effect = 0x61756678,          /* 'aufx' */
+    kAudioUnitType_Mixer = 0x61756D78,           /* 'aumx' */
+    kAudioUnitType_Panner = 0x6175706E,          /* 'aupn' */
+    kAudioUnitType_Generator = 0x6175676E,       /* 'augn' */
+    kAudioUnitType_OfflineEffect = 0x61756F6C    /* 'auol' */
 };
 
 /* Scopes of properties and parameters. */
-enum {
+enum
+{
     kAudioUnitScope_Global = 0,
     kAudioUnitScope_Input = 1,
     kAudioUnitScope_Output = 2,
@@ -63,7 +71,8 @@ enum {
 
 /* Render action flags, read and written through a render call's first
    argument and passed to render notifications. */
-enum {
+enum
+{
     kAudioUnitRenderAction_PreRender = (1U << 2),
     kAudioUnitRenderAction_PostRender = (1U << 3),
     kAudioUnitRenderAction_OutputIsSilence = (1U << 4),
@@ -75,7 +84,8 @@ enum {
 };
 
 /* Audio-unit statuses. */
-enum {
+enum
+{
     kAudioUnitErr_InvalidProperty = -10879,
     kAudioUnitErr_InvalidParameter = -10878,
     kAudioUnitErr_InvalidElement = -10877,
@@ -98,7 +108,8 @@ enum {
 };
 
 /* Selectors of the audio-unit calls, as the plug-in receives them. */
-enum {
+enum
+{
     kAudioUnitRange = 0x0000,
     kAudioUnitInitializeSelect = 0x0001,
     kAudioUnitUninitializeSelect = 0x0002,
@@ -119,34 +130,39 @@ enum {
 
 /* Pulls audio: the host's input callback, a render notification, or a unit's
    render. ioData's buffers may be null, asking the callee for its own. */
-typedef OSStatus (*AURenderCallback)(void *inRefCon, AudioUnitRenderActionFlags *ioActionFlags,
-                                     const AudioTimeStamp *inTimeStamp, UInt32 inBusNumber, UInt32 inNumberFrames,
-                                     AudioBufferList *ioData);
+typedef OSStatus (*AURenderCallback)(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
+                                     const AudioTimeStamp* inTimeStamp, UInt32 inBusNumber,
+                                     UInt32 inNumberFrames, AudioBufferList* ioData);
 
 /* Called when a property changes, on the thread that changed it. */
-typedef void (*AudioUnitPropertyListenerProc)(void *inRefCon, AudioUnit inUnit, AudioUnitPropertyID inID,
-                                              AudioUnitScope inScope, AudioUnitElement inElement);
+typedef void (*AudioUnitPropertyListenerProc)(void* inRefCon, AudioUnit inUnit,
+                                              AudioUnitPropertyID inID, AudioUnitScope inScope,
+                                              AudioUnitElement inElement);
 
 /* A scheduled parameter change: 32 bytes. */
 typedef UInt32 AUParameterEventType;
-enum {
+enum
+{
     kParameterEvent_Immediate = 1,
     kParameterEvent_Ramped = 2
 };
 
-typedef struct AudioUnitParameterEvent {
+typedef struct AudioUnitParameterEvent
+{
     AudioUnitScope scope;
     AudioUnitElement element;
     AudioUnitParameterID parameter;
     AUParameterEventType eventType;
     union {
-        struct {
+        struct
+        {
             SInt32 startBufferOffset;
             UInt32 durationInFrames;
             AudioUnitParameterValue startValue;
             AudioUnitParameterValue endValue;
         } ramp;
-        struct {
+        struct
+        {
             UInt32 bufferOffset;
             AudioUnitParameterValue value;
         } immediate;
@@ -154,7 +170,8 @@ typedef struct AudioUnitParameterEvent {
 } AudioUnitParameterEvent;
 
 /* One parameter's address and value. */
-typedef struct AudioUnitParameter {
+typedef struct AudioUnitParameter
+{
     AudioUnit mAudioUnit;
     AudioUnitParameterID mParameterID;
     AudioUnitScope mScope;
@@ -162,7 +179,8 @@ typedef struct AudioUnitParameter {
 } AudioUnitParameter;
 
 /* One property's address. */
-typedef struct AudioUnitProperty {
+typedef struct AudioUnitProperty
+{
     AudioUnit mAudioUnit;
     AudioUnitPropertyID mPropertyID;
     AudioUnitScope mScope;
@@ -172,91 +190,111 @@ typedef struct AudioUnitProperty {
 /* Signatures of the plug-in's methods (factory style: the first argument is
    the instance record) and of the fast-dispatch entries (the first argument
    is the unit object, the instance's storage). */
-typedef OSStatus (*AudioUnitInitializeProc)(void *self);
-typedef OSStatus (*AudioUnitUninitializeProc)(void *self);
-typedef OSStatus (*AudioUnitGetPropertyInfoProc)(void *self, AudioUnitPropertyID prop, AudioUnitScope scope,
-                                                 AudioUnitElement elem, UInt32 *outDataSize, Boolean *outWritable);
-typedef OSStatus (*AudioUnitGetPropertyProc)(void *self, AudioUnitPropertyID inID, AudioUnitScope inScope,
-                                             AudioUnitElement inElement, void *outData, UInt32 *ioDataSize);
-typedef OSStatus (*AudioUnitSetPropertyProc)(void *self, AudioUnitPropertyID inID, AudioUnitScope inScope,
-                                             AudioUnitElement inElement, const void *inData, UInt32 inDataSize);
-typedef OSStatus (*AudioUnitAddPropertyListenerProc)(void *self, AudioUnitPropertyID prop,
-                                                     AudioUnitPropertyListenerProc proc, void *userData);
-typedef OSStatus (*AudioUnitRemovePropertyListenerProc)(void *self, AudioUnitPropertyID prop,
+typedef OSStatus (*AudioUnitInitializeProc)(void* self);
+typedef OSStatus (*AudioUnitUninitializeProc)(void* self);
+typedef OSStatus (*AudioUnitGetPropertyInfoProc)(void* self, AudioUnitPropertyID prop,
+                                                 AudioUnitScope scope, AudioUnitElement elem,
+                                                 UInt32* outDataSize, Boolean* outWritable);
+typedef OSStatus (*AudioUnitGetPropertyProc)(void* self, AudioUnitPropertyID inID,
+                                             AudioUnitScope inScope, AudioUnitElement inElement,
+                                             void* outData, UInt32* ioDataSize);
+typedef OSStatus (*AudioUnitSetPropertyProc)(void* self, AudioUnitPropertyID inID,
+                                             AudioUnitScope inScope, AudioUnitElement inElement,
+                                             const void* inData, UInt32 inDataSize);
+typedef OSStatus (*AudioUnitAddPropertyListenerProc)(void* self, AudioUnitPropertyID prop,
+                                                     AudioUnitPropertyListenerProc proc,
+                                                     void* userData);
+typedef OSStatus (*AudioUnitRemovePropertyListenerProc)(void* self, AudioUnitPropertyID prop,
                                                         AudioUnitPropertyListenerProc proc);
-typedef OSStatus (*AudioUnitRemovePropertyListenerWithUserDataProc)(void *self, AudioUnitPropertyID prop,
-                                                                    AudioUnitPropertyListenerProc proc,
-                                                                    void *userData);
-typedef OSStatus (*AudioUnitAddRenderNotifyProc)(void *self, AURenderCallback proc, void *userData);
-typedef OSStatus (*AudioUnitRemoveRenderNotifyProc)(void *self, AURenderCallback proc, void *userData);
-typedef OSStatus (*AudioUnitScheduleParametersProc)(void *self, const AudioUnitParameterEvent *events,
+typedef OSStatus (*AudioUnitRemovePropertyListenerWithUserDataProc)(
+    void* self, AudioUnitPropertyID prop, AudioUnitPropertyListenerProc proc, void* userData);
+typedef OSStatus (*AudioUnitAddRenderNotifyProc)(void* self, AURenderCallback proc, void* userData);
+typedef OSStatus (*AudioUnitRemoveRenderNotifyProc)(void* self, AURenderCallback proc,
+                                                    void* userData);
+typedef OSStatus (*AudioUnitScheduleParametersProc)(void* self,
+                                                    const AudioUnitParameterEvent* events,
                                                     UInt32 numEvents);
-typedef OSStatus (*AudioUnitResetProc)(void *self, AudioUnitScope inScope, AudioUnitElement inElement);
-typedef OSStatus (*AudioUnitGetParameterProc)(void *inComponentStorage, AudioUnitParameterID inID,
+typedef OSStatus (*AudioUnitResetProc)(void* self, AudioUnitScope inScope,
+                                       AudioUnitElement inElement);
+typedef OSStatus (*AudioUnitGetParameterProc)(void* inComponentStorage, AudioUnitParameterID inID,
                                               AudioUnitScope inScope, AudioUnitElement inElement,
-                                              AudioUnitParameterValue *outValue);
-typedef OSStatus (*AudioUnitSetParameterProc)(void *inComponentStorage, AudioUnitParameterID inID,
+                                              AudioUnitParameterValue* outValue);
+typedef OSStatus (*AudioUnitSetParameterProc)(void* inComponentStorage, AudioUnitParameterID inID,
                                               AudioUnitScope inScope, AudioUnitElement inElement,
-                                              AudioUnitParameterValue inValue, UInt32 inBufferOffsetInFrames);
-typedef OSStatus (*AudioUnitRenderProc)(void *inComponentStorage, AudioUnitRenderActionFlags *ioActionFlags,
-                                        const AudioTimeStamp *inTimeStamp, UInt32 inOutputBusNumber,
-                                        UInt32 inNumberFrames, AudioBufferList *ioData);
+                                              AudioUnitParameterValue inValue,
+                                              UInt32 inBufferOffsetInFrames);
+typedef OSStatus (*AudioUnitRenderProc)(void* inComponentStorage,
+                                        AudioUnitRenderActionFlags* ioActionFlags,
+                                        const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
+                                        UInt32 inNumberFrames, AudioBufferList* ioData);
 
 /* Host calls. Each returns the unit's status, or paramErr for a null unit,
    or badComponentSelector when the unit does not answer the call. */
 
 /* Allocates what rendering needs. [control] */
-OSStatus AudioUnitInitialize(AudioUnit inUnit);
+AU_EXPORT OSStatus AudioUnitInitialize(AudioUnit inUnit);
 
 /* Releases what AudioUnitInitialize allocated. [control] */
-OSStatus AudioUnitUninitialize(AudioUnit inUnit);
+AU_EXPORT OSStatus AudioUnitUninitialize(AudioUnit inUnit);
 
 /* Size in bytes and writability of a property; either pointer may be null.
    [control] */
-OSStatus AudioUnitGetPropertyInfo(AudioUnit inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
-                                  AudioUnitElement inElement, UInt32 *outDataSize, Boolean *outWritable);
+AU_EXPORT OSStatus AudioUnitGetPropertyInfo(AudioUnit inUnit, AudioUnitPropertyID inID,
+                                            AudioUnitScope inScope, AudioUnitElement inElement,
+                                            UInt32* outDataSize, Boolean* outWritable);
 
 /* Copies a property into outData; *ioDataSize is the buffer size in, the
    bytes written out. Objects returned are owned by the caller. [control] */
-OSStatus AudioUnitGetProperty(AudioUnit inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
-                              AudioUnitElement inElement, void *outData, UInt32 *ioDataSize);
+AU_EXPORT OSStatus AudioUnitGetProperty(AudioUnit inUnit, AudioUnitPropertyID inID,
+                                        AudioUnitScope inScope, AudioUnitElement inElement,
+                                        void* outData, UInt32* ioDataSize);
 
 /* Sets a property; null data with size 0 removes its value. [control] */
-OSStatus AudioUnitSetProperty(AudioUnit inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
-                              AudioUnitElement inElement, const void *inData, UInt32 inDataSize);
+AU_EXPORT OSStatus AudioUnitSetProperty(AudioUnit inUnit, AudioUnitPropertyID inID,
+                                        AudioUnitScope inScope, AudioUnitElement inElement,
+                                        const void* inData, UInt32 inDataSize);
 
 /* Registers / removes a property listener. [control] */
-OSStatus AudioUnitAddPropertyListener(AudioUnit inUnit, AudioUnitPropertyID inID,
-                                      AudioUnitPropertyListenerProc inProc, void *inProcUserData);
-OSStatus AudioUnitRemovePropertyListenerWithUserData(AudioUnit inUnit, AudioUnitPropertyID inID,
-                                                     AudioUnitPropertyListenerProc inProc, void *inProcUserData);
+AU_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit inUnit, AudioUnitPropertyID inID,
+                                                AudioUnitPropertyListenerProc inProc,
+                                                void* inProcUserData);
+AU_EXPORT OSStatus AudioUnitRemovePropertyListenerWithUserData(AudioUnit inUnit,
+                                                               AudioUnitPropertyID inID,
+                                                               AudioUnitPropertyListenerProc inProc,
+                                                               void* inProcUserData);
 
 /* Registers / removes a notification called before and after every render.
    [any] */
-OSStatus AudioUnitAddRenderNotify(AudioUnit inUnit, AURenderCallback inProc, void *inProcUserData);
-OSStatus AudioUnitRemoveRenderNotify(AudioUnit inUnit, AURenderCallback inProc, void *inProcUserData);
+AU_EXPORT OSStatus AudioUnitAddRenderNotify(AudioUnit inUnit, AURenderCallback inProc,
+                                            void* inProcUserData);
+AU_EXPORT OSStatus AudioUnitRemoveRenderNotify(AudioUnit inUnit, AURenderCallback inProc,
+                                               void* inProcUserData);
 
 /* Reads / writes a parameter value; a nonzero offset applies the change at
    that frame of the next render. [render] */
-OSStatus AudioUnitGetParameter(AudioUnit inUnit, AudioUnitParameterID inID, AudioUnitScope inScope,
-                               AudioUnitElement inElement, AudioUnitParameterValue *outValue);
-OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID inID, AudioUnitScope inScope,
-                               AudioUnitElement inElement, AudioUnitParameterValue inValue,
-                               UInt32 inBufferOffsetInFrames);
+AU_EXPORT OSStatus AudioUnitGetParameter(AudioUnit inUnit, AudioUnitParameterID inID,
+                                         AudioUnitScope inScope, AudioUnitElement inElement,
+                                         AudioUnitParameterValue* outValue);
+AU_EXPORT OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID inID,
+                                         AudioUnitScope inScope, AudioUnitElement inElement,
+                                         AudioUnitParameterValue inValue,
+                                         UInt32 inBufferOffsetInFrames);
 
 /* Queues parameter events for the next render. [render] */
-OSStatus AudioUnitScheduleParameters(AudioUnit inUnit, const AudioUnitParameterEvent *inParameterEvent,
-                                     UInt32 inNumParamEvents);
+AU_EXPORT OSStatus AudioUnitScheduleParameters(AudioUnit inUnit,
+                                               const AudioUnitParameterEvent* inParameterEvent,
+                                               UInt32 inNumParamEvents);
 
 /* Renders inNumberFrames frames of output bus inOutputBusNumber into ioData.
    [render] */
-OSStatus AudioUnitRender(AudioUnit inUnit, AudioUnitRenderActionFlags *ioActionFlags,
-                         const AudioTimeStamp *inTimeStamp, UInt32 inOutputBusNumber, UInt32 inNumberFrames,
-                         AudioBufferList *ioData);
+AU_EXPORT OSStatus AudioUnitRender(AudioUnit inUnit, AudioUnitRenderActionFlags* ioActionFlags,
+                                   const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
+                                   UInt32 inNumberFrames, AudioBufferList* ioData);
 
 /* Clears the unit's signal state (delay lines, filters) in a scope. Not to
    overlap a render. [control] */
-OSStatus AudioUnitReset(AudioUnit inUnit, AudioUnitScope inScope, AudioUnitElement inElement);
+AU_EXPORT OSStatus AudioUnitReset(AudioUnit inUnit, AudioUnitScope inScope,
+                                  AudioUnitElement inElement);
 
 #ifdef __cplusplus
 }

@@ -21,17 +21,24 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <stddef.h>
 
+/* The runtime library exports these functions; plug-ins look some of them up
+   at run time by name. */
+#ifndef AU_EXPORT
+#define AU_EXPORT extern __attribute__((visibility("default")))
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-typedef struct OpaqueAudioComponent *AudioComponent;
+typedef struct OpaqueAudioComponent* AudioComponent;
 /* The same record type as a Component Manager ComponentInstance. */
-typedef struct ComponentInstanceRecord *AudioComponentInstance;
+typedef struct ComponentInstanceRecord* AudioComponentInstance;
 
 /* A component's identity: 20 bytes. Zero fields of a search description are
    wildcards; componentFlagsMask selects the flag bits that must match. */
-typedef struct AudioComponentDescription {
+typedef struct AudioComponentDescription
+{
     OSType componentType;
     OSType componentSubType;
     OSType componentManufacturer;
@@ -40,7 +47,8 @@ typedef struct AudioComponentDescription {
 } AudioComponentDescription;
 
 typedef UInt32 AudioComponentFlags;
-enum {
+enum
+{
     kAudioComponentFlag_Unsearchable = 1,
     kAudioComponentFlag_SandboxSafe = 2,
     kAudioComponentFlag_IsV3AudioUnit = 4,
@@ -49,7 +57,8 @@ enum {
 };
 
 /* Statuses of component look-up and instantiation. */
-enum {
+enum
+{
     kAudioComponentErr_InstanceTimedOut = -66754,
     kAudioComponentErr_InstanceInvalidated = -66749,
     kAudioComponentErr_DuplicateDescription = -66752,
@@ -62,46 +71,51 @@ enum {
 
 /* A method handed out by Lookup; called as method(self, the host call's
    arguments...). */
-typedef OSStatus (*AudioComponentMethod)(void *self, ...);
+typedef OSStatus (*AudioComponentMethod)(void* self, ...);
 
 /* The first 32 bytes of a plug-in's instance record. The runtime passes the
    record's address as self to every function. Open gets the instance handle
    the host will use; Lookup returns null for a selector the plug-in does not
    answer. */
-typedef struct AudioComponentPlugInInterface {
-    OSStatus (*Open)(void *self, AudioComponentInstance mInstance);
-    OSStatus (*Close)(void *self);
+typedef struct AudioComponentPlugInInterface
+{
+    OSStatus (*Open)(void* self, AudioComponentInstance mInstance);
+    OSStatus (*Close)(void* self);
     AudioComponentMethod (*Lookup)(SInt16 selector);
-    void *reserved;
+    void* reserved;
 } AudioComponentPlugInInterface;
 
 /* A plug-in's factory: returns a new instance record, null on failure. */
-typedef AudioComponentPlugInInterface *(*AudioComponentFactoryFunction)(const AudioComponentDescription *inDesc);
+typedef AudioComponentPlugInInterface* (*AudioComponentFactoryFunction)(
+    const AudioComponentDescription* inDesc);
 
 /* Next component after inComponent (null: from the start) matching inDesc
    (null matches all); null when there is none. The first call of any
    component function in the process scans the plug-in folders. [control] */
-AudioComponent AudioComponentFindNext(AudioComponent inComponent, const AudioComponentDescription *inDesc);
+AU_EXPORT AudioComponent AudioComponentFindNext(AudioComponent inComponent,
+                                                const AudioComponentDescription* inDesc);
 
 /* Number of components matching inDesc (null matches all). [control] */
-UInt32 AudioComponentCount(const AudioComponentDescription *inDesc);
+AU_EXPORT UInt32 AudioComponentCount(const AudioComponentDescription* inDesc);
 
 /* The component's name in *outName; the caller owns (releases) it. paramErr
    for a null or unknown component or a null outName. [control] */
-OSStatus AudioComponentCopyName(AudioComponent inComponent, CFStringRef *outName);
+AU_EXPORT OSStatus AudioComponentCopyName(AudioComponent inComponent, CFStringRef* outName);
 
 /* The component's description (componentFlagsMask 0). paramErr for a null or
    unknown component or a null outDesc. [control] */
-OSStatus AudioComponentGetDescription(AudioComponent inComponent, AudioComponentDescription *outDesc);
+AU_EXPORT OSStatus AudioComponentGetDescription(AudioComponent inComponent,
+                                                AudioComponentDescription* outDesc);
 
 /* The component's version (from its bundle, or as registered). paramErr for
    a null or unknown component. [control] */
-OSStatus AudioComponentGetVersion(AudioComponent inComponent, UInt32 *outVersion);
+AU_EXPORT OSStatus AudioComponentGetVersion(AudioComponent inComponent, UInt32* outVersion);
 
 /* Registers a factory component, in this process only. The name is retained.
    Returns the component, or null for a null description or factory. [control] */
-AudioComponent AudioComponentRegister(const AudioComponentDescription *inDesc, CFStringRef inName, UInt32 inVersion,
-                                      AudioComponentFactoryFunction inFactory);
+AU_EXPORT AudioComponent AudioComponentRegister(const AudioComponentDescription* inDesc,
+                                                CFStringRef inName, UInt32 inVersion,
+                                                AudioComponentFactoryFunction inFactory);
 
 /* Linux runtime extension: makes the components of one bundle known, as the
    folder scan does for the bundles it finds. A bundle is a folder
@@ -116,20 +130,22 @@ AudioComponent AudioComponentRegister(const AudioComponentDescription *inDesc, C
    registers it once. Returns noErr; paramErr for null; fnfErr when the path
    does not exist; kAudioUnitErr_InvalidFile when it is not a loadable
    component bundle. [control] */
-OSStatus AudioComponentRegisterBundle(const char *bundlePath);
+AU_EXPORT OSStatus AudioComponentRegisterBundle(const char* bundlePath);
 
 /* Opens an instance: through the factory when the component has one, else
    through its entry function. Returns noErr and *outInstance, or the
    plug-in's open status with *outInstance = null (nothing is left open);
    paramErr for null or unknown arguments. [control] */
-OSStatus AudioComponentInstanceNew(AudioComponent inComponent, AudioComponentInstance *outInstance);
+AU_EXPORT OSStatus AudioComponentInstanceNew(AudioComponent inComponent,
+                                             AudioComponentInstance* outInstance);
 
 /* Closes an instance opened either way. Returns the plug-in's close status;
-   the handle is invalid afterwards in every case. paramErr for null. [control] */
-OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance);
+   the handle is invalid afterwards in every case. paramErr for a null or
+   unknown instance. [control] */
+AU_EXPORT OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance);
 
 /* The component an instance was opened from; null for null. [any] */
-AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance);
+AU_EXPORT AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance);
 
 #ifdef __cplusplus
 }

@@ -17,7 +17,8 @@ extern "C" {
 #endif
 
 /* Property identifiers. */
-enum {
+enum
+{
     kAudioUnitProperty_ClassInfo = 0,
     kAudioUnitProperty_MakeConnection = 1,
     kAudioUnitProperty_SampleRate = 2,
@@ -65,7 +66,8 @@ enum {
 };
 
 /* Render quality values (kAudioUnitProperty_RenderQuality). */
-enum {
+enum
+{
     kRenderQuality_Max = 127,
     kRenderQuality_High = 96,
     kRenderQuality_Medium = 64,
@@ -87,29 +89,33 @@ enum {
 #define kAUPresetPartKey "part"
 
 /* kAudioUnitProperty_MakeConnection: 16 bytes. */
-typedef struct AudioUnitConnection {
+typedef struct AudioUnitConnection
+{
     AudioUnit sourceAudioUnit;
     UInt32 sourceOutputNumber;
     UInt32 destInputNumber;
 } AudioUnitConnection;
 
 /* kAudioUnitProperty_SetRenderCallback: 16 bytes. */
-typedef struct AURenderCallbackStruct {
+typedef struct AURenderCallbackStruct
+{
     AURenderCallback inputProc;
-    void *inputProcRefCon;
+    void* inputProcRefCon;
 } AURenderCallbackStruct;
 
 /* kAudioUnitProperty_SetExternalBuffer: 16 bytes; the memory stays the
    host's. */
-typedef struct AudioUnitExternalBuffer {
-    Byte *buffer;
+typedef struct AudioUnitExternalBuffer
+{
+    Byte* buffer;
     UInt32 size;
 } AudioUnitExternalBuffer;
 
 /* kAudioUnitProperty_SupportedNumChannels, one configuration: 4 bytes. -1
    means any count on that side; -2 (with -1 on the other side) any count
    independently. */
-typedef struct AUChannelInfo {
+typedef struct AUChannelInfo
+{
     SInt16 inChannels;
     SInt16 outChannels;
 } AUChannelInfo;
@@ -117,59 +123,69 @@ typedef struct AUChannelInfo {
 /* kAudioUnitProperty_FactoryPresets (array elements) and
    kAudioUnitProperty_PresentPreset: 16 bytes. Negative numbers are user
    presets. */
-typedef struct AUPreset {
+typedef struct AUPreset
+{
     SInt32 presetNumber;
     CFStringRef presetName;
 } AUPreset;
 
 /* kAudioUnitProperty_CocoaUI: the view bundle and its class names (one
    here): 16 bytes. The host owns the objects it gets. */
-typedef struct AudioUnitCocoaViewInfo {
+typedef struct AudioUnitCocoaViewInfo
+{
     CFURLRef mCocoaAUViewBundleLocation;
     CFStringRef mCocoaAUViewClass[1];
 } AudioUnitCocoaViewInfo;
 
 /* kAudioUnitProperty_ParameterClumpName and ParameterIDName: 16 bytes. */
-typedef struct AudioUnitParameterNameInfo {
+typedef struct AudioUnitParameterNameInfo
+{
     AudioUnitParameterID inID;
     SInt32 inDesiredLength;
     CFStringRef outName;
 } AudioUnitParameterNameInfo;
 typedef AudioUnitParameterNameInfo AudioUnitParameterIDName;
 
-enum {
+enum
+{
     kAudioUnitParameterName_Full = -1
 };
 
 /* The clump every parameter belongs to unless it names another. */
-enum {
+enum
+{
     kAudioUnitClumpID_System = 0
 };
 
 /* kAudioUnitProperty_ParameterHistoryInfo: 8 bytes. */
-typedef struct AudioUnitParameterHistoryInfo {
+typedef struct AudioUnitParameterHistoryInfo
+{
     Float32 updatesPerSecond;
     Float32 historyDurationInSeconds;
 } AudioUnitParameterHistoryInfo;
 
 /* Host transport callbacks (kAudioUnitProperty_HostCallbacks): 40 bytes. */
-typedef OSStatus (*HostCallback_GetBeatAndTempo)(void *inHostUserData, Float64 *outCurrentBeat,
-                                                 Float64 *outCurrentTempo);
-typedef OSStatus (*HostCallback_GetMusicalTimeLocation)(void *inHostUserData, UInt32 *outDeltaSampleOffsetToNextBeat,
-                                                        Float32 *outTimeSig_Numerator,
-                                                        UInt32 *outTimeSig_Denominator,
-                                                        Float64 *outCurrentMeasureDownBeat);
-typedef OSStatus (*HostCallback_GetTransportState)(void *inHostUserData, Boolean *outIsPlaying,
-                                                   Boolean *outTransportStateChanged,
-                                                   Float64 *outCurrentSampleInTimeLine, Boolean *outIsCycling,
-                                                   Float64 *outCycleStartBeat, Float64 *outCycleEndBeat);
-typedef OSStatus (*HostCallback_GetTransportState2)(void *inHostUserData, Boolean *outIsPlaying,
-                                                    Boolean *outIsRecording, Boolean *outTransportStateChanged,
-                                                    Float64 *outCurrentSampleInTimeLine, Boolean *outIsCycling,
-                                                    Float64 *outCycleStartBeat, Float64 *outCycleEndBeat);
+typedef OSStatus (*HostCallback_GetBeatAndTempo)(void* inHostUserData, Float64* outCurrentBeat,
+                                                 Float64* outCurrentTempo);
+typedef OSStatus (*HostCallback_GetMusicalTimeLocation)(void* inHostUserData,
+                                                        UInt32* outDeltaSampleOffsetToNextBeat,
+                                                        Float32* outTimeSig_Numerator,
+                                                        UInt32* outTimeSig_Denominator,
+                                                        Float64* outCurrentMeasureDownBeat);
+typedef OSStatus (*HostCallback_GetTransportState)(void* inHostUserData, Boolean* outIsPlaying,
+                                                   Boolean* outTransportStateChanged,
+                                                   Float64* outCurrentSampleInTimeLine,
+                                                   Boolean* outIsCycling,
+                                                   Float64* outCycleStartBeat,
+                                                   Float64* outCycleEndBeat);
+typedef OSStatus (*HostCallback_GetTransportState2)(
+    void* inHostUserData, Boolean* outIsPlaying, Boolean* outIsRecording,
+    Boolean* outTransportStateChanged, Float64* outCurrentSampleInTimeLine, Boolean* outIsCycling,
+    Float64* outCycleStartBeat, Float64* outCycleEndBeat);
 
-typedef struct HostCallbackInfo {
-    void *hostUserData;
+typedef struct HostCallbackInfo
+{
+    void* hostUserData;
     HostCallback_GetBeatAndTempo beatAndTempoProc;
     HostCallback_GetMusicalTimeLocation musicalTimeLocationProc;
     HostCallback_GetTransportState transportStateProc;
@@ -178,7 +194,8 @@ typedef struct HostCallbackInfo {
 
 /* Units of parameter values. */
 typedef UInt32 AudioUnitParameterUnit;
-enum {
+enum
+{
     kAudioUnitParameterUnit_Generic = 0,
     kAudioUnitParameterUnit_Indexed = 1,
     kAudioUnitParameterUnit_Boolean = 2,
@@ -211,7 +228,8 @@ enum {
 /* Parameter flags. The top bit is outside the range of a C enumerator, hence
    a macro. */
 typedef UInt32 AudioUnitParameterOptions;
-enum {
+enum
+{
     kAudioUnitParameterFlag_CFNameRelease = (1U << 4),
     kAudioUnitParameterFlag_OmitFromPresets = (1U << 13),
     kAudioUnitParameterFlag_PlotHistory = (1U << 14),
@@ -238,7 +256,8 @@ enum {
 
 /* kAudioUnitProperty_ParameterInfo: 104 bytes. name is a C string used only
    when cfNameString is absent (no HasCFNameString flag). */
-typedef struct AudioUnitParameterInfo {
+typedef struct AudioUnitParameterInfo
+{
     char name[52];
     CFStringRef unitName;
     UInt32 clumpID;
@@ -260,7 +279,8 @@ typedef struct AudioUnitParameterInfo {
 #define AUDIOUNIT_STATIC_ASSERT(c, m) _Static_assert(c, m)
 #endif
 AUDIOUNIT_STATIC_ASSERT(sizeof(AudioUnitConnection) == 16, "connection is 16 bytes");
-AUDIOUNIT_STATIC_ASSERT(offsetof(AudioUnitConnection, destInputNumber) == 12, "destination input at 12");
+AUDIOUNIT_STATIC_ASSERT(offsetof(AudioUnitConnection, destInputNumber) == 12,
+                        "destination input at 12");
 AUDIOUNIT_STATIC_ASSERT(sizeof(AURenderCallbackStruct) == 16, "render callback is 16 bytes");
 AUDIOUNIT_STATIC_ASSERT(sizeof(AudioUnitExternalBuffer) == 16, "external buffer is 16 bytes");
 AUDIOUNIT_STATIC_ASSERT(sizeof(AUChannelInfo) == 4, "channel info is 4 bytes");

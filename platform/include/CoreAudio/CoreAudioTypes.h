@@ -16,7 +16,8 @@ extern "C" {
 
 /* A call the implementation does not provide (for example an unsupported
    sample type). */
-enum {
+enum
+{
     kAudio_UnimplementedError = -4,
     kAudio_FileNotFoundError = -43,
     kAudio_ParamError = -50,
@@ -28,7 +29,8 @@ typedef UInt32 AudioFormatFlags;
 
 /* A stream format: 40 bytes. For non-interleaved linear PCM, mBytesPerFrame
    and mBytesPerPacket describe one channel of one buffer. */
-typedef struct AudioStreamBasicDescription {
+typedef struct AudioStreamBasicDescription
+{
     Float64 mSampleRate;
     AudioFormatID mFormatID;
     AudioFormatFlags mFormatFlags;
@@ -41,16 +43,18 @@ typedef struct AudioStreamBasicDescription {
 } AudioStreamBasicDescription;
 
 /* Format identifiers (four-character codes). */
-enum {
-    kAudioFormatLinearPCM = 0x6C70636D,      /* 'lpcm' */
-    kAudioFormatAC3 = 0x61632D33,            /* 'ac-3' */
-    kAudioFormatAppleLossless = 0x616C6163,  /* 'alac' */
-    kAudioFormatMPEG4AAC = 0x61616320,       /* 'aac ' */
-    kAudioFormatMIDIStream = 0x6D696469      /* 'midi' */
+enum
+{
+    kAudioFormatLinearPCM = 0x6C70636D,     /* 'lpcm' */
+    kAudioFormatAC3 = 0x61632D33,           /* 'ac-3' */
+    kAudioFormatAppleLossless = 0x616C6163, /* 'alac' */
+    kAudioFormatMPEG4AAC = 0x61616320,      /* 'aac ' */
+    kAudioFormatMIDIStream = 0x6D696469     /* 'midi' */
 };
 
 /* Format flags. */
-enum {
+enum
+{
     kAudioFormatFlagIsFloat = (1U << 0),
     kAudioFormatFlagIsBigEndian = (1U << 1),
     kAudioFormatFlagIsSignedInteger = (1U << 2),
@@ -71,12 +75,13 @@ enum {
 
     /* This machine is little-endian: native formats carry no big-endian flag. */
     kAudioFormatFlagsNativeEndian = 0,
-    kAudioFormatFlagsNativeFloatPacked = kAudioFormatFlagIsFloat | kAudioFormatFlagsNativeEndian |
-                                         kAudioFormatFlagIsPacked,
+    kAudioFormatFlagsNativeFloatPacked =
+        kAudioFormatFlagIsFloat | kAudioFormatFlagsNativeEndian | kAudioFormatFlagIsPacked,
     /* The canonical sample formats: 32-bit float, and for audio units also
        one buffer per channel. */
     kAudioFormatFlagsCanonical = kAudioFormatFlagsNativeFloatPacked,
-    kAudioFormatFlagsAudioUnitCanonical = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved
+    kAudioFormatFlagsAudioUnitCanonical =
+        kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved
 };
 
 /* Sample types of the canonical formats. */
@@ -88,17 +93,22 @@ typedef Float32 AudioUnitSampleType;
 #define kLinearPCMFormatFlagsAreAllClear kAudioFormatFlagsAreAllClear
 
 /* Number of fraction bits of the signed 8.24 fixed-point sample type. */
-enum { kAudioUnitSampleFractionBits = 24 };
+enum
+{
+    kAudioUnitSampleFractionBits = 24
+};
 
 /* One buffer of audio: 16 bytes. The data is not owned by the record. */
-typedef struct AudioBuffer {
+typedef struct AudioBuffer
+{
     UInt32 mNumberChannels;
     UInt32 mDataByteSize;
-    void *mData;
+    void* mData;
 } AudioBuffer;
 
 /* A variable-length list of buffers: 8 + 16 * mNumberBuffers bytes. */
-typedef struct AudioBufferList {
+typedef struct AudioBufferList
+{
     UInt32 mNumberBuffers;
     AudioBuffer mBuffers[1];
 } AudioBufferList;
@@ -107,7 +117,8 @@ typedef struct AudioBufferList {
 typedef UInt32 SMPTETimeType;
 typedef UInt32 SMPTETimeFlags;
 
-enum {
+enum
+{
     kSMPTETimeType24 = 0,
     kSMPTETimeType25 = 1,
     kSMPTETimeType30Drop = 2,
@@ -116,13 +127,15 @@ enum {
     kSMPTETimeType2997Drop = 5
 };
 
-enum {
+enum
+{
     kSMPTETimeUnknown = 0,
     kSMPTETimeValid = (1U << 0),
     kSMPTETimeRunning = (1U << 1)
 };
 
-typedef struct SMPTETime {
+typedef struct SMPTETime
+{
     SInt16 mSubframes;
     SInt16 mSubframeDivisor;
     UInt32 mCounter;
@@ -137,17 +150,20 @@ typedef struct SMPTETime {
 /* A time stamp: 64 bytes; mFlags says which of the fields are valid. */
 typedef UInt32 AudioTimeStampFlags;
 
-enum {
+enum
+{
     kAudioTimeStampNothingValid = 0,
     kAudioTimeStampSampleTimeValid = (1U << 0),
     kAudioTimeStampHostTimeValid = (1U << 1),
     kAudioTimeStampRateScalarValid = (1U << 2),
     kAudioTimeStampWordClockTimeValid = (1U << 3),
     kAudioTimeStampSMPTETimeValid = (1U << 4),
-    kAudioTimeStampSampleHostTimeValid = kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid
+    kAudioTimeStampSampleHostTimeValid =
+        kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid
 };
 
-typedef struct AudioTimeStamp {
+typedef struct AudioTimeStamp
+{
     Float64 mSampleTime;
     UInt64 mHostTime;
     Float64 mRateScalar;
@@ -164,7 +180,8 @@ typedef UInt32 AudioChannelBitmap;
 typedef UInt32 AudioChannelFlags;
 
 #define kAudioChannelLabel_Unknown ((AudioChannelLabel)0xFFFFFFFFU)
-enum {
+enum
+{
     kAudioChannelLabel_Unused = 0,
     kAudioChannelLabel_UseCoordinates = 100,
     kAudioChannelLabel_Left = 1,
@@ -176,7 +193,8 @@ enum {
     kAudioChannelLabel_Mono = 42
 };
 
-enum {
+enum
+{
     kAudioChannelBit_Left = (1U << 0),
     kAudioChannelBit_Right = (1U << 1),
     kAudioChannelBit_Center = (1U << 2),
@@ -185,14 +203,16 @@ enum {
     kAudioChannelBit_RightSurround = (1U << 5)
 };
 
-enum {
+enum
+{
     kAudioChannelFlags_AllOff = 0,
     kAudioChannelFlags_RectangularCoordinates = (1U << 0),
     kAudioChannelFlags_SphericalCoordinates = (1U << 1),
     kAudioChannelFlags_Meters = (1U << 2)
 };
 
-enum {
+enum
+{
     kAudioChannelLayoutTag_UseChannelDescriptions = (0U << 16) | 0,
     kAudioChannelLayoutTag_UseChannelBitmap = (1U << 16) | 0,
     kAudioChannelLayoutTag_Mono = (100U << 16) | 1,
@@ -204,14 +224,16 @@ enum {
 #define kAudioChannelLayoutTag_Unknown ((AudioChannelLayoutTag)0xFFFF0000U)
 
 /* One channel of a layout: 20 bytes. */
-typedef struct AudioChannelDescription {
+typedef struct AudioChannelDescription
+{
     AudioChannelLabel mChannelLabel;
     AudioChannelFlags mChannelFlags;
     Float32 mCoordinates[3];
 } AudioChannelDescription;
 
 /* A channel layout: 12 + 20 * mNumberChannelDescriptions bytes. */
-typedef struct AudioChannelLayout {
+typedef struct AudioChannelLayout
+{
     AudioChannelLayoutTag mChannelLayoutTag;
     AudioChannelBitmap mChannelBitmap;
     UInt32 mNumberChannelDescriptions;
@@ -229,7 +251,8 @@ typedef struct AudioChannelLayout {
 #endif
 COREAUDIO_STATIC_ASSERT(sizeof(AudioStreamBasicDescription) == 40, "stream format is 40 bytes");
 COREAUDIO_STATIC_ASSERT(offsetof(AudioStreamBasicDescription, mFormatID) == 8, "format ID at 8");
-COREAUDIO_STATIC_ASSERT(offsetof(AudioStreamBasicDescription, mChannelsPerFrame) == 28, "channels at 28");
+COREAUDIO_STATIC_ASSERT(offsetof(AudioStreamBasicDescription, mChannelsPerFrame) == 28,
+                        "channels at 28");
 COREAUDIO_STATIC_ASSERT(offsetof(AudioStreamBasicDescription, mReserved) == 36, "reserved at 36");
 COREAUDIO_STATIC_ASSERT(sizeof(AudioBuffer) == 16, "buffer is 16 bytes");
 COREAUDIO_STATIC_ASSERT(offsetof(AudioBuffer, mData) == 8, "buffer data at 8");
@@ -241,7 +264,8 @@ COREAUDIO_STATIC_ASSERT(offsetof(AudioTimeStamp, mSMPTETime) == 32, "SMPTE time 
 COREAUDIO_STATIC_ASSERT(offsetof(AudioTimeStamp, mFlags) == 56, "time stamp flags at 56");
 COREAUDIO_STATIC_ASSERT(sizeof(AudioChannelDescription) == 20, "channel description is 20 bytes");
 COREAUDIO_STATIC_ASSERT(sizeof(AudioChannelLayout) == 32, "channel layout is 12 + 20 n bytes");
-COREAUDIO_STATIC_ASSERT(offsetof(AudioChannelLayout, mChannelDescriptions) == 12, "descriptions at 12");
+COREAUDIO_STATIC_ASSERT(offsetof(AudioChannelLayout, mChannelDescriptions) == 12,
+                        "descriptions at 12");
 #undef COREAUDIO_STATIC_ASSERT
 
 #endif /* COREAUDIO_COREAUDIOTYPES_H */

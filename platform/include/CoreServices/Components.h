@@ -18,19 +18,26 @@
 #include <MacTypes.h>
 #include <stddef.h>
 
+/* The runtime library exports these functions; plug-ins look some of them up
+   at run time by name. */
+#ifndef CS_EXPORT
+#define CS_EXPORT extern __attribute__((visibility("default")))
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-typedef struct ComponentRecord *Component;
-typedef struct ComponentInstanceRecord *ComponentInstance;
+typedef struct ComponentRecord* Component;
+typedef struct ComponentInstanceRecord* ComponentInstance;
 
 /* A component call's result: a 32-bit status. */
 typedef SInt32 ComponentResult;
 
 /* A component's identity: 20 bytes. Zero fields of a search description are
    wildcards; componentFlagsMask selects the flag bits that must match. */
-typedef struct ComponentDescription {
+typedef struct ComponentDescription
+{
     OSType componentType;
     OSType componentSubType;
     OSType componentManufacturer;
@@ -43,7 +50,8 @@ typedef struct ComponentDescription {
    call. A 32-bit integer or float argument sits in the low 4 bytes of its
    slot (the upper 4 bytes are zero); a pointer fills the slot. paramSize is
    the number of argument bytes (8 per argument, the instance slot excluded). */
-typedef struct ComponentParameters {
+typedef struct ComponentParameters
+{
     UInt8 flags;
     UInt8 paramSize;
     SInt16 what;
@@ -53,11 +61,13 @@ typedef struct ComponentParameters {
 
 /* The component entry function: the call's block and the instance's storage
    word (null while the open selector runs). */
-typedef ComponentResult (*ComponentRoutineProcPtr)(ComponentParameters *cp, Handle componentStorage);
+typedef ComponentResult (*ComponentRoutineProcPtr)(ComponentParameters* cp,
+                                                   Handle componentStorage);
 typedef ComponentRoutineProcPtr ComponentRoutineUPP;
 
 /* Selectors every component answers. */
-enum {
+enum
+{
     kComponentOpenSelect = -1,
     kComponentCloseSelect = -2,
     kComponentCanDoSelect = -3,
@@ -72,7 +82,8 @@ enum {
 
 /* Component Manager statuses. badComponentSelector is outside the range of
    a C enumerator, hence a macro. */
-enum {
+enum
+{
     invalidComponentID = -3000,
     validInstancesExist = -3001,
     componentNotCaptured = -3002,
@@ -84,7 +95,8 @@ enum {
 #define badComponentSelector ((ComponentResult)0x80008002)
 
 /* Registration scope for RegisterComponent. */
-enum {
+enum
+{
     registerComponentGlobal = 1,
     registerComponentNoDuplicates = 2,
     registerComponentAfterExisting = 4,
@@ -95,31 +107,34 @@ enum {
    matches looking (null matches all); null when there is none. Only
    components with an entry function are listed. The first call of any
    component function in the process scans the plug-in folders. [control] */
-Component FindNextComponent(Component aComponent, ComponentDescription *looking);
+CS_EXPORT Component FindNextComponent(Component aComponent, ComponentDescription* looking);
 
 /* Registers an entry-point component. componentName, when non-null and
    *componentName non-null, is a Pascal string (length byte, then the bytes);
    componentInfo and componentIcon are ignored. Returns the component, or null
    for a null description or entry. global is accepted and ignored. [control] */
-Component RegisterComponent(ComponentDescription *cd, ComponentRoutineUPP componentEntryPoint, SInt16 global,
-                            Handle componentName, Handle componentInfo, Handle componentIcon);
+CS_EXPORT Component RegisterComponent(ComponentDescription* cd,
+                                      ComponentRoutineUPP componentEntryPoint, SInt16 global,
+                                      Handle componentName, Handle componentInfo,
+                                      Handle componentIcon);
 
 /* Opens an instance through the component's entry function (open selector,
    -1). Returns noErr and *ci, or the entry's open status with *ci = null
    (no instance is left behind); paramErr for a null argument, invalidComponentID
    for an unknown component. The caller closes it with CloseComponent. [control] */
-OSErr OpenAComponent(Component aComponent, ComponentInstance *ci);
+CS_EXPORT OSErr OpenAComponent(Component aComponent, ComponentInstance* ci);
 
 /* Closes an instance opened either way (entry close selector -2, or the
    factory record's Close). Returns the plug-in's status; the handle is
-   invalid afterwards in every case. paramErr for null. [control] */
-OSErr CloseComponent(ComponentInstance aComponentInstance);
+   invalid afterwards in every case. paramErr for a null or unknown instance.
+   [control] */
+CS_EXPORT OSErr CloseComponent(ComponentInstance aComponentInstance);
 
 /* The instance's storage word; null until set or for a null instance. [any] */
-Handle GetComponentInstanceStorage(ComponentInstance aComponentInstance);
+CS_EXPORT Handle GetComponentInstanceStorage(ComponentInstance aComponentInstance);
 
 /* Sets the instance's storage word; the instance does not own it. [any] */
-void SetComponentInstanceStorage(ComponentInstance aComponentInstance, Handle theStorage);
+CS_EXPORT void SetComponentInstanceStorage(ComponentInstance aComponentInstance, Handle theStorage);
 
 /* Describes a component, or the component of an instance passed in its place.
    Fills *cd when cd is non-null (componentFlagsMask 0). When componentName and
@@ -127,8 +142,8 @@ void SetComponentInstanceStorage(ComponentInstance aComponentInstance, Handle th
    *componentName, which must have room for 256 bytes (a Str255), truncated to
    255 bytes. componentInfo and componentIcon are ignored. Returns noErr, or
    invalidComponentID for a handle that is neither. [control] */
-OSErr GetComponentInfo(Component aComponent, ComponentDescription *cd, Handle componentName, Handle componentInfo,
-                       Handle componentIcon);
+CS_EXPORT OSErr GetComponentInfo(Component aComponent, ComponentDescription* cd,
+                                 Handle componentName, Handle componentInfo, Handle componentIcon);
 
 #ifdef __cplusplus
 }
@@ -138,13 +153,13 @@ OSErr GetComponentInfo(Component aComponent, ComponentDescription *cd, Handle co
 static_assert(sizeof(ComponentDescription) == 20, "component description is 20 bytes");
 static_assert(offsetof(ComponentParameters, what) == 2, "selector at 2");
 static_assert(offsetof(ComponentParameters, params) == 8, "argument slots start at 8");
-static_assert(sizeof(((ComponentParameters *)0)->params[0]) == 8, "argument slots are 8 bytes");
+static_assert(sizeof(((ComponentParameters*)0)->params[0]) == 8, "argument slots are 8 bytes");
 static_assert(sizeof(ComponentResult) == 4, "component result is 32-bit");
 #else
 _Static_assert(sizeof(ComponentDescription) == 20, "component description is 20 bytes");
 _Static_assert(offsetof(ComponentParameters, what) == 2, "selector at 2");
 _Static_assert(offsetof(ComponentParameters, params) == 8, "argument slots start at 8");
-_Static_assert(sizeof(((ComponentParameters *)0)->params[0]) == 8, "argument slots are 8 bytes");
+_Static_assert(sizeof(((ComponentParameters*)0)->params[0]) == 8, "argument slots are 8 bytes");
 _Static_assert(sizeof(ComponentResult) == 4, "component result is 32-bit");
 #endif
 
