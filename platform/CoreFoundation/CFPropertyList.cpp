@@ -1,0 +1,340 @@
+// Property lists are read and written through libplist: a tree of objects
+// is converted to libplist nodes and serialised, or parsed and converted
+// back. Integers (any integer number) become <integer>, reals (float or
+// double numbers) become <real>; dictionary keys are written sorted so that
+// equal trees give equal bytes.
+#include "CFRuntimeBase.h"
+
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// Deeper trees are refused rather than risking the stack.
+constexpr int kMaxDepth = 512;
+
+struct PlistFree {
+    void operator()(void *node) const { plist_free(static_cast<plist_t>(node)); }
+};
+using PlistPtr = std::unique_ptr<void, PlistFree>;
+
+struct CFReleaser {
+    void operator()(const void *object) const { CFRelease(object); }
+};
+using CFPtr = std::unique_ptr<const void, CFReleaser>;
+
+bool isValidTree(CFTypeRef object, int depth)
+{
+    const CFTypeID type = CFGetTypeID(object);
+    if (depth > kMaxDepth) {
+        return false;
+    }
+    if (type == CFStringGetTypeID() || type == CFNumberGetTypeID() || type == CFBooleanGetTypeID() ||
+        type == CFDataGetTypeID()) {
+        return true;
+    }
+    if (type == CFArrayGetTypeID()) {
+        const auto array = static_cast<CFArrayRef>(object);
+        for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
+            if (!isValidTree(CFArrayGetValueAtIndex(array, i), depth + 1)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    if (type == CFDictionaryGetTypeID()) {
+        const auto dict = static_cast<CFDictionaryRef>(object);
+        const CFIndex count = CFDictionaryGetCount(dict);
+        std::vector<const void *> keys(static_cast<size_t>(count));
+        std::vector<const void *> values(static_cast<size_t>(count));
+        CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
+        for (CFIndex i = 0; i < count; ++i) {
+            if (CFGetTypeID(keys[static_cast<size_t>(i)]) != CFStringGetTypeID() ||
+                !isValidTree(values[static_cast<size_t>(i)], depth + 1)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    return false;
+}
+
+// libplist node for a tree already checked by isValidTree.
+plist_t toNode(CFTypeRef object)
+{
+    const CFTypeID type = CFGetTypeID(object);
+    if (type == CFStringGetTypeID()) {
+        return plist_new_string(CFRuntimeUTF8(static_cast<CFStringRef>(object)).c_str());
+    }
+    if (type == CFNumberGetTypeID()) {
+        const auto number = static_cast<CFNumberRef>(object);
+        if (CFNumberIsFloatType(number)) {
+            double real = 0.0;
+            CFNumberGetValue(number, kCFNumberFloat64Type, &real);
+            return plist_new_real(real);
+        }
+        SInt64 integer = 0;
+        CFNumberGetValue(number, kCFNumberSInt64Type, &integer);
+        return plist_new_uint(static_cast<uint64_t>(integer));
+    }
+    if (type == CFBooleanGetTypeID()) {
+        return plist_new_bool(CFBooleanGetValue(static_cast<CFBooleanRef>(object)) ? 1 : 0);
+    }
+    if (type == CFDataGetTypeID()) {
+        const auto data = static_cast<CFDataRef>(object);
+        return plist_new_data(reinterpret_cast<const char *>(CFDataGetBytePtr(data)),
+                              static_cast<uint64_t>(CFDataGetLength(data)));
+    }
+    if (type == CFArrayGetTypeID()) {
+        const auto array = static_cast<CFArrayRef>(object);
+        plist_t node = plist_new_array();
+        for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
+            plist_array_append_item(node, toNode(CFArrayGetValueAtIndex(array, i)));
+        }
+        return node;
+    }
+    const auto dict = static_cast<CFDictionaryRef>(object);
+    const CFIndex count = CFDictionaryGetCount(dict);
+    std::vector<const void *> keys(static_cast<size_t>(count));
+    std::vector<const void *> values(static_cast<size_t>(count));
+    CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
+    std::vector<std::pair<std::string, const void *>> entries;
+    for (CFIndex i = 0; i < count; ++i) {
+        entries.emplace_back(CFRuntimeUTF8(static_cast<CFStringRef>(keys[static_cast<size_t>(i)])),
+                             values[static_cast<size_t>(i)]);
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const auto &a, const auto &b) { return a.first < b.first; });
+    plist_t node = plist_new_dict();
+    for (const auto &entry : entries) {
+        plist_dict_set_item(node, entry.first.c_str(), toNode(entry.second));
+    }
+    return node;
+}
+
+// Owned object for a libplist node; NULL for types this library lacks.
+CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
+{
+    if (depth > kMaxDepth) {
+        return nullptr;
+    }
+    const bool mutableContainers = options != kCFPropertyListImmutable;
+    const bool mutableLeaves = options == kCFPropertyListMutableContainersAndLeaves;
+    switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return value != 0 ? kCFBooleanTrue : kCFBooleanFalse;
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        const auto integer = static_cast<SInt64>(value);
+        return CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &integer);
+    }
+    case PLIST_REAL: {
+        double value = 0.0;
+        plist_get_real_val(node, &value);
+        return CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &value);
+    }
+    case PLIST_STRING: {
+        uint64_t length = 0;
+        const char *text = plist_get_string_ptr(node, &length);
+        CFPtr string(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(text),
+                                             static_cast<CFIndex>(length), kCFStringEncodingUTF8, false));
+        if (string && mutableLeaves) {
+            return CFStringCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFStringRef>(string.get()));
+        }
+        return string.release();
+    }
+    case PLIST_DATA: {
+        uint64_t length = 0;
+        const char *bytes = plist_get_data_ptr(node, &length);
+        CFPtr data(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(bytes), static_cast<CFIndex>(length)));
+        if (data && mutableLeaves) {
+            return CFDataCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDataRef>(data.get()));
+        }
+        return data.release();
+    }
+    case PLIST_ARRAY: {
+        CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+        CFPtr owner(array);
+        const uint32_t count = plist_array_get_size(node);
+        for (uint32_t i = 0; i < count; ++i) {
+            CFPtr item(fromNode(plist_array_get_item(node, i), options, depth + 1));
+            if (!item) {
+                return nullptr;
+            }
+            CFArrayAppendValue(array, item.get());
+        }
+        return mutableContainers ? owner.release() : CFArrayCreateCopy(kCFAllocatorDefault, array);
+    }
+    case PLIST_DICT: {
+        CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                                &kCFTypeDictionaryValueCallBacks);
+        CFPtr owner(dict);
+        plist_dict_iter iter = nullptr;
+        plist_dict_new_iter(node, &iter);
+        bool complete = iter != nullptr;
+        while (complete) {
+            char *keyText = nullptr;
+            plist_t value = nullptr;
+            plist_dict_next_item(node, iter, &keyText, &value);
+            if (value == nullptr) {
+                std::free(keyText);
+                break;
+            }
+            CFPtr key(CFRuntimeCreateString(keyText != nullptr ? keyText : ""));
+            std::free(keyText);
+            CFPtr item(fromNode(value, options, depth + 1));
+            if (!key || !item) {
+                complete = false;
+                break;
+            }
+            CFDictionarySetValue(dict, key.get(), item.get());
+        }
+        std::free(iter);
+        if (!complete) {
+            return nullptr;
+        }
+        return mutableContainers ? owner.release() : CFDictionaryCreateCopy(kCFAllocatorDefault, dict);
+    }
+    default:
+        return nullptr;
+    }
+}
+
+void reportError(CFErrorRef *error, CFIndex code, const char *description)
+{
+    if (error != nullptr) {
+        *error = CFRuntimeCreateError(code, description);
+    }
+}
+
+CFTypeRef deepCopy(CFTypeRef object, CFOptionFlags options)
+{
+    const CFTypeID type = CFGetTypeID(object);
+    const bool mutableContainers = options != kCFPropertyListImmutable;
+    const bool mutableLeaves = options == kCFPropertyListMutableContainersAndLeaves;
+    if (type == CFStringGetTypeID()) {
+        return mutableLeaves ? CFStringCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFStringRef>(object))
+                             : CFStringCreateCopy(kCFAllocatorDefault, static_cast<CFStringRef>(object));
+    }
+    if (type == CFDataGetTypeID()) {
+        return mutableLeaves ? CFDataCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDataRef>(object))
+                             : CFDataCreateCopy(kCFAllocatorDefault, static_cast<CFDataRef>(object));
+    }
+    if (type == CFNumberGetTypeID() || type == CFBooleanGetTypeID()) {
+        return CFRetain(object);
+    }
+    if (type == CFArrayGetTypeID()) {
+        const auto source = static_cast<CFArrayRef>(object);
+        CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+        CFPtr owner(array);
+        for (CFIndex i = 0; i < CFArrayGetCount(source); ++i) {
+            CFPtr item(deepCopy(CFArrayGetValueAtIndex(source, i), options));
+            CFArrayAppendValue(array, item.get());
+        }
+        return mutableContainers ? owner.release() : CFArrayCreateCopy(kCFAllocatorDefault, array);
+    }
+    const auto source = static_cast<CFDictionaryRef>(object);
+    const CFIndex count = CFDictionaryGetCount(source);
+    std::vector<const void *> keys(static_cast<size_t>(count));
+    std::vector<const void *> values(static_cast<size_t>(count));
+    CFDictionaryGetKeysAndValues(source, keys.data(), values.data());
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                            &kCFTypeDictionaryValueCallBacks);
+    CFPtr owner(dict);
+    for (size_t i = 0; i < keys.size(); ++i) {
+        CFPtr key(CFStringCreateCopy(kCFAllocatorDefault, static_cast<CFStringRef>(keys[i])));
+        CFPtr item(deepCopy(values[i], options));
+        CFDictionarySetValue(dict, key.get(), item.get());
+    }
+    return mutableContainers ? owner.release() : CFDictionaryCreateCopy(kCFAllocatorDefault, dict);
+}
+
+} // namespace
+
+CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyList, CFPropertyListFormat format,
+                                   CFOptionFlags options, CFErrorRef *error)
+{
+    if ((format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) || options != 0) {
+        reportError(error, kCFPropertyListWriteInvalidError, "Property lists are written only as XML or binary.");
+        return nullptr;
+    }
+    if (propertyList == nullptr || !isValidTree(propertyList, 0)) {
+        reportError(error, kCFPropertyListWriteInvalidError, "The object is not a valid property list.");
+        return nullptr;
+    }
+    PlistPtr root(toNode(propertyList));
+    char *bytes = nullptr;
+    uint32_t length = 0;
+    if (format == kCFPropertyListXMLFormat_v1_0) {
+        plist_to_xml(static_cast<plist_t>(root.get()), &bytes, &length);
+    } else {
+        plist_to_bin(static_cast<plist_t>(root.get()), &bytes, &length);
+    }
+    if (bytes == nullptr) {
+        reportError(error, kCFPropertyListWriteInvalidError, "The property list could not be serialised.");
+        return nullptr;
+    }
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(bytes), static_cast<CFIndex>(length));
+    if (format == kCFPropertyListXMLFormat_v1_0) {
+        plist_to_xml_free(bytes);
+    } else {
+        plist_to_bin_free(bytes);
+    }
+    return data;
+}
+
+CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, CFOptionFlags options,
+                                               CFPropertyListFormat *format, CFErrorRef *error)
+{
+    const CFIndex length = CFDataGetLength(data);
+    if (CFGetTypeID(data) != CFDataGetTypeID() || length <= 0 ||
+        static_cast<UInt64>(length) > std::numeric_limits<uint32_t>::max() ||
+        options > kCFPropertyListMutableContainersAndLeaves) {
+        reportError(error, kCFPropertyListReadCorruptError, "The data is not a property list.");
+        return nullptr;
+    }
+    const auto *bytes = reinterpret_cast<const char *>(CFDataGetBytePtr(data));
+    const auto size = static_cast<uint32_t>(length);
+    const bool binary = plist_is_binary(bytes, size) != 0;
+    plist_t parsed = nullptr;
+    plist_from_memory(bytes, size, &parsed);
+    PlistPtr root(parsed);
+    if (!root) {
+        reportError(error, kCFPropertyListReadCorruptError, "The data is not a property list.");
+        return nullptr;
+    }
+    CFPropertyListRef result = fromNode(parsed, options, 0);
+    if (result == nullptr) {
+        reportError(error, kCFPropertyListReadCorruptError, "The property list holds an unsupported type.");
+        return nullptr;
+    }
+    if (format != nullptr) {
+        *format = binary ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
+    }
+    return result;
+}
+
+CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef propertyList, CFOptionFlags mutabilityOption)
+{
+    if (propertyList == nullptr || !isValidTree(propertyList, 0) || mutabilityOption > kCFPropertyListMutableContainersAndLeaves) {
+        return nullptr;
+    }
+    return deepCopy(propertyList, mutabilityOption);
+}
+
+Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format)
+{
+    return plist != nullptr &&
+           (format == kCFPropertyListXMLFormat_v1_0 || format == kCFPropertyListBinaryFormat_v1_0) &&
+           isValidTree(plist, 0);
+}

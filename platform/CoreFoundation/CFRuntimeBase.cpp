@@ -1,0 +1,78 @@
+#include "CFRuntimeBase.h"
+
+#include <cassert>
+#include <climits>
+#include <cstdio>
+#include <vector>
+
+void CFRuntimeBase::retain() const
+{
+    if (!mImmortal) {
+        mRetainCount.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void CFRuntimeBase::release() const
+{
+    if (mImmortal) {
+        return;
+    }
+    const CFIndex before = mRetainCount.fetch_sub(1, std::memory_order_acq_rel);
+    assert(before > 0 && "released more often than retained");
+    if (before == 1) {
+        delete this;
+    }
+}
+
+bool CFRuntimeBase::retainIfAlive() const
+{
+    if (mImmortal) {
+        return true;
+    }
+    CFIndex count = mRetainCount.load(std::memory_order_relaxed);
+    while (count > 0) {
+        if (mRetainCount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+CFIndex CFRuntimeBase::retainCount() const
+{
+    return mImmortal ? LONG_MAX : mRetainCount.load(std::memory_order_relaxed);
+}
+
+CFHashCode CFRuntimeBase::hash() const
+{
+    return static_cast<CFHashCode>(reinterpret_cast<uintptr_t>(this) >> 4);
+}
+
+std::string CFRuntimeBase::description() const
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "<object %p type %lu>", static_cast<const void *>(this), mTypeID);
+    return text;
+}
+
+std::string CFRuntimeUTF8(CFStringRef string)
+{
+    if (string == nullptr) {
+        return std::string();
+    }
+    if (const char *direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) {
+        return direct;
+    }
+    const CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
+    std::vector<char> buffer(static_cast<size_t>(size));
+    if (!CFStringGetCString(string, buffer.data(), size, kCFStringEncodingUTF8)) {
+        return std::string();
+    }
+    return buffer.data();
+}
+
+CFStringRef CFRuntimeCreateString(const std::string &utf8)
+{
+    return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(utf8.data()),
+                                   static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false);
+}
