@@ -1,0 +1,36 @@
+#include "AudioFileReader.h"
+
+#include "ToolError.h"
+
+#include <sndfile.h>
+
+AudioFileReader::AudioFileReader(const std::string& path) : mPath(path) {
+  SF_INFO info{};
+  mFile = sf_open(path.c_str(), SFM_READ, &info);
+  if (mFile == nullptr)
+    throw ToolError(ExitStatus::kInputUnreadable,
+                    "Cannot read '" + path + "': " + sf_strerror(nullptr) + ".");
+  if (info.channels < 1 || info.samplerate < 1) {
+    sf_close(mFile);
+    throw ToolError(ExitStatus::kInputUnreadable, "Cannot read '" + path + "': it holds no audio channels.");
+  }
+  mChannels = static_cast<unsigned>(info.channels);
+  mSampleRate = info.samplerate;
+  mFrames = info.frames;
+  // Integer files become floats in [-1, 1); a float file is passed unchanged.
+  sf_command(mFile, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
+}
+
+AudioFileReader::~AudioFileReader() { sf_close(mFile); }
+
+unsigned AudioFileReader::read(float* const* out, unsigned frames) {
+  mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
+  const sf_count_t got = sf_readf_float(mFile, mInterleaved.data(), frames);
+  if (got < 0 || sf_error(mFile) != SF_ERR_NO_ERROR)
+    throw ToolError(ExitStatus::kInputUnreadable,
+                    "Reading '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+  const float* frame = mInterleaved.data();
+  for (sf_count_t i = 0; i < got; ++i, frame += mChannels)
+    for (unsigned c = 0; c < mChannels; ++c) out[c][i] = frame[c];
+  return static_cast<unsigned>(got);
+}

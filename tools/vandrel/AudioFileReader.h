@@ -1,0 +1,32 @@
+// An audio file read through libsndfile, delivered as non-interleaved floats.
+#pragma once
+
+#include "AudioSource.h"
+
+#include <string>
+#include <vector>
+
+struct sf_private_tag;
+
+class AudioFileReader : public AudioSource {
+ public:
+  // Opens the file; throws ToolError(kInputUnreadable) with libsndfile's reason
+  // when it is missing, unreadable or not audio. [control]
+  explicit AudioFileReader(const std::string& path);
+  ~AudioFileReader() override;
+  AudioFileReader(const AudioFileReader&) = delete;
+  AudioFileReader& operator=(const AudioFileReader&) = delete;
+
+  unsigned channels() const override { return mChannels; }
+  double sampleRate() const override { return mSampleRate; }
+  int64_t totalFrames() const override { return mFrames; }
+  unsigned read(float* const* out, unsigned frames) override;
+
+ private:
+  std::string mPath;
+  sf_private_tag* mFile = nullptr;
+  unsigned mChannels = 0;
+  double mSampleRate = 0.0;
+  int64_t mFrames = 0;
+  std::vector<float> mInterleaved;
+};

@@ -1,0 +1,108 @@
+#include "AudioFileWriter.h"
+
+#include "ToolError.h"
+
+#include <algorithm>
+#include <cctype>
+#include <sndfile.h>
+
+namespace {
+
+std::string lowerExtension(const std::string& path) {
+  const size_t dot = path.rfind('.');
+  const size_t slash = path.rfind('/');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+  std::string extension = path.substr(dot + 1);
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension;
+}
+
+// Extensions people use that libsndfile lists under another name.
+struct ExtensionAlias {
+  const char* extension;
+  int majorFormat;
+};
+constexpr ExtensionAlias kAliases[] = {
+    {"aif", SF_FORMAT_AIFF}, {"aifc", SF_FORMAT_AIFF}, {"wave", SF_FORMAT_WAV},
+    {"ogg", SF_FORMAT_OGG},  {"opus", SF_FORMAT_OGG},  {"mp3", SF_FORMAT_MPEG},
+};
+
+int majorFormatFor(const std::string& extension) {
+  for (const ExtensionAlias& alias : kAliases)
+    if (extension == alias.extension) return alias.majorFormat;
+  int count = 0;
+  sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof(count));
+  for (int i = 0; i < count; ++i) {
+    SF_FORMAT_INFO info{};
+    info.format = i;
+    sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &info, sizeof(info));
+    if (info.extension != nullptr && extension == info.extension) return info.format;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int AudioFileWriter::formatForPath(const std::string& path, unsigned channels, double sampleRate) {
+  const std::string extension = lowerExtension(path);
+  const int major = extension.empty() ? SF_FORMAT_WAV : majorFormatFor(extension);
+  if (major == 0) return 0;
+  // Float keeps the plug-in's output exactly; containers without it get the
+  // best they hold.
+  const int preferred = extension == "opus" ? SF_FORMAT_OPUS : SF_FORMAT_FLOAT;
+  const int subtypes[] = {preferred, SF_FORMAT_PCM_24, SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III,
+                          SF_FORMAT_PCM_16};
+  for (int subtype : subtypes) {
+    SF_INFO info{};
+    info.channels = static_cast<int>(channels);
+    info.samplerate = static_cast<int>(sampleRate);
+    info.format = major | subtype;
+    if (sf_format_check(&info)) return info.format;
+  }
+  return 0;
+}
+
+AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, double sampleRate)
+    : mPath(path), mChannels(channels), mTemporary(path) {
+  SF_INFO info{};
+  info.channels = static_cast<int>(channels);
+  info.samplerate = static_cast<int>(sampleRate);
+  info.format = formatForPath(path, channels, sampleRate);
+  if (info.format == 0)
+    throw ToolError(ExitStatus::kUsage,
+                    "Cannot write '" + path + "': its extension names no audio format for " +
+                        std::to_string(channels) + " channels at " +
+                        std::to_string(static_cast<int>(sampleRate)) +
+                        " Hz. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
+  mFile = sf_open_fd(mTemporary.descriptor(), SFM_WRITE, &info, SF_FALSE);
+  if (mFile == nullptr)
+    throw ToolError(ExitStatus::kOutputUnwritable,
+                    "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
+  // Integer formats clip at full scale instead of wrapping around.
+  sf_command(mFile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+}
+
+AudioFileWriter::~AudioFileWriter() {
+  if (mFile != nullptr) sf_close(mFile);
+}
+
+void AudioFileWriter::write(const float* const* in, unsigned frames) {
+  mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
+  float* frame = mInterleaved.data();
+  for (unsigned i = 0; i < frames; ++i, frame += mChannels)
+    for (unsigned c = 0; c < mChannels; ++c) frame[c] = in[c][i];
+  if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
+    throw ToolError(ExitStatus::kOutputUnwritable,
+                    "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+}
+
+void AudioFileWriter::commit() {
+  sf_private_tag* file = mFile;
+  mFile = nullptr;
+  const int error = sf_close(file);
+  if (error != SF_ERR_NO_ERROR)
+    throw ToolError(ExitStatus::kOutputUnwritable,
+                    "Finishing '" + mPath + "' failed: " + sf_error_number(error) + ".");
+  mTemporary.commit();
+}
