@@ -38,6 +38,7 @@
 #include <AudioUnit/AudioUnit.h>
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -469,7 +470,8 @@ protected:
     UInt32 mInitNumGroupEls;
     AUScope mScopes[4];
     TThreadSafeList<RenderCallback> mRenderCallbacks;
-    bool mRenderCallbacksTouched;
+    // Set by any thread at the first registration, read by the render thread.
+    std::atomic<bool> mRenderCallbacksTouched;
     AudioTimeStamp mCurrentRenderTime;
     UInt32 mMaxFramesPerSlice;
     OSStatus mLastRenderError;
@@ -492,7 +494,8 @@ private:
     OSStatus CheckElement(AudioUnitScope inScope, AudioUnitElement inElement);
     OSStatus SetStreamFormatProperty(AudioUnitScope inScope, AudioUnitElement inElement,
                                      const CAStreamBasicDescription& inNewFormat);
-    OSStatus SetPresentPreset(AudioUnitScope inScope, const void* inData, UInt32 inDataSize);
+    OSStatus SetPresentPreset(AudioUnitScope inScope, AudioUnitElement inElement,
+                              const void* inData, UInt32 inDataSize);
     void SetHostCallbacks(const void* inData, UInt32 inDataSize);
     void RecordRenderError(OSStatus inError);
     void CallRenderNotifications(AudioUnitRenderActionFlags inFlags,
