@@ -47,10 +47,9 @@ void RunEffect(benchmark::State& state, std::int64_t effect)
     }
     // Seconds per sample (one sample = one frame of one channel), shown with
     // an SI prefix: "n" means nanoseconds.
-    state.counters["time_per_sample"] =
-        benchmark::Counter(static_cast<double>(frames * kChannels),
-                           benchmark::Counter::kIsIterationInvariantRate |
-                               benchmark::Counter::kInvert);
+    state.counters["time_per_sample"] = benchmark::Counter(
+        static_cast<double>(frames * kChannels),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void BM_Flanger(benchmark::State& state)

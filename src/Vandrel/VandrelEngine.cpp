@@ -27,7 +27,7 @@ constexpr double kFlangeWetShare = 0.9;
 
 // Channel factors of the multi-channel flanger, repeating every 16 channels.
 constexpr double kPan[16] = {0.9, 0.95, 0.7, 0.9, 0.8, 1.0, 1.0, 0.7,
-                             0.7, 1.0, 0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
+                             0.7, 1.0,  0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
 
 // A modulation rate of 0 or below has no period; it runs as the slowest rate
 // that the parameter range can produce.
@@ -81,10 +81,10 @@ std::int64_t EffectiveModRate(const _transform_props& props)
 
 CVandrelEngine::CVandrelEngine()
     : bValid(false), nChannels(1), nSampleRate(22050), lEffect(0), dWet(0.0), dDry(0.0),
-      lWritePos(0), adFlangeMem(), lLfoIndex(0), dReadCenter(0.0), dLfoPeriod(0.0),
-      dLfoOmega(0.0), dSweepDepth(0.0), pdDelay(nullptr), dDelayGain(0.0), dMemGain(0.0),
-      dFeedback(0.0), adChanGain(), dSamplesPerMs(0.0), lWahTableLen(0), dWahPos(0.0),
-      dWahStep(0.0), pdWahA1(nullptr), pdWahA2(nullptr), adWahY1(), adWahY2(), pOsc(nullptr),
+      lWritePos(0), adFlangeMem(), lLfoIndex(0), dReadCenter(0.0), dLfoPeriod(0.0), dLfoOmega(0.0),
+      dSweepDepth(0.0), pdDelay(nullptr), dDelayGain(0.0), dMemGain(0.0), dFeedback(0.0),
+      adChanGain(), dSamplesPerMs(0.0), lWahTableLen(0), dWahPos(0.0), dWahStep(0.0),
+      pdWahA1(nullptr), pdWahA2(nullptr), adWahY1(), adWahY2(), pOsc(nullptr),
       bWahTablesBuilt(false), lWahBuiltRate(0), lWahBuiltDepth(0), lWahBuiltCenter(0),
       lWahBuiltResonance(0), nWahBuiltSampleRate(0)
 {
@@ -132,8 +132,7 @@ std::int32_t CVandrelEngine::TransformBegin(int channels, int sampleRate, _trans
     return TransformCookProperties(props, TRANSFORM_START);
 }
 
-std::int32_t CVandrelEngine::TransformCookProperties(_transform_props& props,
-                                                     TRANSFORM_STATE state)
+std::int32_t CVandrelEngine::TransformCookProperties(_transform_props& props, TRANSFORM_STATE state)
 {
     lEffect = props.lEffect;
     dWet = PlugGetRatioFromdB(static_cast<long>(props.lWetOut), kLevelFloorDb);

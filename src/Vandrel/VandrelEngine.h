@@ -79,8 +79,8 @@ class CVandrelEngine
 {
 public:
     static constexpr int kMaxChannels = 32;
-    static constexpr int kDelayFrames = 6500;     // delay line length in frames
-    static constexpr int kWahTableSize = 2000;    // entries of each sweep table
+    static constexpr int kDelayFrames = 6500;  // delay line length in frames
+    static constexpr int kWahTableSize = 2000; // entries of each sweep table
     static constexpr std::int32_t kLfoReseedInterval = 2048;
 
     // Statuses. Negative ones leave bValid false.
@@ -107,10 +107,11 @@ public:
     std::int32_t TransformBegin(int channels, int sampleRate, _transform_props& props);
 
     // Derives gains, sizes, oscillator step and sweep tables from `props` and
-    // clears props.uChanged. Returns kStatusOK, kStatusUnknownEffect, or under
-    // TRANSFORM_START kStatusNoMemory when the state could not be allocated;
-    // kStatusNotBegun when no stream state exists. TRANSFORM_CONTINUE
-    // allocates nothing. [render]
+    // clears props.uChanged. Returns kStatusOK or kStatusUnknownEffect;
+    // kStatusNoMemory when TRANSFORM_START could not allocate the state;
+    // kStatusNotBegun for TRANSFORM_CONTINUE without stream state (no setup
+    // runs then). TRANSFORM_START rebuilds and allocates (see TransformBegin);
+    // TRANSFORM_CONTINUE allocates nothing. [render]
     std::int32_t TransformCookProperties(_transform_props& props, TRANSFORM_STATE state);
 
     // Processes `frameCount` frames of `channelCount` non-interleaved buffers
@@ -119,8 +120,8 @@ public:
     // bSkip is set, the last cook failed, no stream has begun, channelCount
     // exceeds kMaxChannels, or (flanger) exceeds the stream's channel count.
     // `state` is not used. [render]
-    std::int32_t TransformFloat(TRANSFORM_STATE state, float** channels,
-                                unsigned int channelCount, unsigned int& frameCount, bool bSkip);
+    std::int32_t TransformFloat(TRANSFORM_STATE state, float** channels, unsigned int channelCount,
+                                unsigned int& frameCount, bool bSkip);
 
     // Releases the heap blocks; everything else keeps its value. Harmless
     // when nothing is allocated. Returns kStatusOK. [control]

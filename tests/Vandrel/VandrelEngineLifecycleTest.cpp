@@ -208,8 +208,10 @@ TEST_P(VandrelEngineSplitTest, TwoRendersEqualOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(Splits, VandrelEngineSplitTest,
-                         ::testing::Values(SplitCase{kEffect_Flange, 1}, SplitCase{kEffect_Flange, 4409},
-                                           SplitCase{kEffect_Phaser, 64}, SplitCase{kEffect_WahWah, 2205},
+                         ::testing::Values(SplitCase{kEffect_Flange, 1},
+                                           SplitCase{kEffect_Flange, 4409},
+                                           SplitCase{kEffect_Phaser, 64},
+                                           SplitCase{kEffect_WahWah, 2205},
                                            SplitCase{kEffect_WahWah, 6999}));
 
 class VandrelEngineChannelCountTest : public ::testing::TestWithParam<int>

@@ -141,7 +141,7 @@ TEST_P(VandrelEngineSweepReferenceTest, MatchesReferenceSampleForSample)
 
 INSTANTIATE_TEST_SUITE_P(
     Settings, VandrelEngineSweepReferenceTest,
-    ::testing::Values(SweepCase{kEffect_Phaser, 10000, 10, 100, 1, -800, 0},   // defaults
+    ::testing::Values(SweepCase{kEffect_Phaser, 10000, 10, 100, 1, -800, 0},    // defaults
                       SweepCase{kEffect_Phaser, 20000, 50, 1000, 40, -60, -20}, // step 1
                       SweepCase{kEffect_WahWah, 1000, 50, 1000, 50, -800, 0},   // "Wah-Wah 1"
                       SweepCase{kEffect_WahWah, 7300, 100, 5000, 100, 0, 120},  // capped top
@@ -214,8 +214,8 @@ TEST(VandrelEngineSweepTest, SkippedRebuildLeavesTablesBitIdentical)
     // Every input of the tables takes effect at the next cook, and switching
     // to the flanger and back keeps them valid.
     std::int64_t _transform_props::*const fields[] = {
-        &_transform_props::lModRate, &_transform_props::lModDepth,
-        &_transform_props::lCenterFreq, &_transform_props::lResonance};
+        &_transform_props::lModRate, &_transform_props::lModDepth, &_transform_props::lCenterFreq,
+        &_transform_props::lResonance};
     for (auto field : fields) {
         props = a;
         props.*field = b.*field;

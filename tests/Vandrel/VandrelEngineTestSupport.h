@@ -19,10 +19,9 @@ namespace enginetest {
 
 using Buffers = std::vector<std::vector<float>>;
 
-inline _transform_props MakeProps(std::int64_t effect, std::int64_t rateMilliHz,
-                                  std::int64_t depth, std::int64_t center = 100,
-                                  std::int64_t resonance = 1, std::int64_t dryTenths = -800,
-                                  std::int64_t wetTenths = 0)
+inline _transform_props MakeProps(std::int64_t effect, std::int64_t rateMilliHz, std::int64_t depth,
+                                  std::int64_t center = 100, std::int64_t resonance = 1,
+                                  std::int64_t dryTenths = -800, std::int64_t wetTenths = 0)
 {
     _transform_props props{};
     props.lDryOut = dryTenths;
@@ -83,7 +82,7 @@ inline Buffers ReferenceFlanger(const Buffers& in, int sampleRate, const _transf
     const int channels = static_cast<int>(in.size());
     const int frames = channels ? static_cast<int>(in[0].size()) : 0;
     const double pan[16] = {0.9, 0.95, 0.7, 0.9, 0.8, 1.0, 1.0, 0.7,
-                            0.7, 1.0, 0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
+                            0.7, 1.0,  0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
     const double wet = Ratio(props.lWetOut);
     const double dry = Ratio(props.lDryOut);
     const int perMs = static_cast<int>(sampleRate / 1000.0);
@@ -146,7 +145,8 @@ inline Buffers ReferenceFlanger(const Buffers& in, int sampleRate, const _transf
             const double d = 0.0 + ((older - newer) * frac + newer) * 1.0;
             const double x = in[c][n];
             line[c][n] = Flush(0.5 * d + x);
-            const double flanged = channels == 1 ? d * (wet * 0.9) : (d * (wet * 0.9)) * (pan[c % 16] * wet);
+            const double flanged =
+                channels == 1 ? d * (wet * 0.9) : (d * (wet * 0.9)) * (pan[c % 16] * wet);
             out[c][n] = static_cast<float>(x * dry + flanged);
         }
         if (++lfo >= period) {

@@ -11,7 +11,7 @@ constexpr double kTwoPi = 6.283185307179586;
 TEST(CSineOscillatorTest, ConsecutiveIndicesFollowTheSine)
 {
     CSineOscillator osc(kTwoPi / 8.0, 0.0, 0, 2048);
-    const double expected[8] = {0.0, std::sqrt(0.5), 1.0, std::sqrt(0.5),
+    const double expected[8] = {0.0, std::sqrt(0.5),  1.0,  std::sqrt(0.5),
                                 0.0, -std::sqrt(0.5), -1.0, -std::sqrt(0.5)};
     for (int n = 0; n < 8; ++n) {
         EXPECT_NEAR(osc.FindNthSine(n), expected[n], 1e-12) << "n=" << n;
