@@ -40,8 +40,7 @@ inline void CAMemoryBarrier()
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
-template <class Node>
-class TAtomicStack
+template <class Node> class TAtomicStack
 {
 public:
     TAtomicStack() : mHead(nullptr) {}

@@ -56,8 +56,8 @@ CAStreamBasicDescription::CAStreamBasicDescription(const AudioStreamBasicDescrip
 {
 }
 
-CAStreamBasicDescription& CAStreamBasicDescription::operator=(
-    const AudioStreamBasicDescription& desc)
+CAStreamBasicDescription&
+CAStreamBasicDescription::operator=(const AudioStreamBasicDescription& desc)
 {
     AudioStreamBasicDescription::operator=(desc);
     return *this;

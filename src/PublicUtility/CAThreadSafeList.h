@@ -27,13 +27,16 @@
 #include <new>
 #include <type_traits>
 
-template <class T>
-class TThreadSafeList
+template <class T> class TThreadSafeList
 {
 public:
     static_assert(std::is_trivially_copyable<T>::value, "nodes are raw heap blocks");
 
-    enum EventKind : std::uint32_t { kEventAdd = 0, kEventRemove = 1 };
+    enum EventKind : std::uint32_t
+    {
+        kEventAdd = 0,
+        kEventRemove = 1
+    };
 
     // One heap block: link, event kind, value.
     struct Node

@@ -68,9 +68,9 @@ TEST(CAStreamBasicDescriptionTest, ExactComparisonCoversEveryFieldButReserved)
     EXPECT_TRUE(base.IsEqual(reserved, true));
 
     UInt32 CAStreamBasicDescription::*fields[] = {
-        &CAStreamBasicDescription::mFormatID,        &CAStreamBasicDescription::mFormatFlags,
-        &CAStreamBasicDescription::mBytesPerPacket,  &CAStreamBasicDescription::mFramesPerPacket,
-        &CAStreamBasicDescription::mBytesPerFrame,   &CAStreamBasicDescription::mChannelsPerFrame,
+        &CAStreamBasicDescription::mFormatID,       &CAStreamBasicDescription::mFormatFlags,
+        &CAStreamBasicDescription::mBytesPerPacket, &CAStreamBasicDescription::mFramesPerPacket,
+        &CAStreamBasicDescription::mBytesPerFrame,  &CAStreamBasicDescription::mChannelsPerFrame,
         &CAStreamBasicDescription::mBitsPerChannel};
     for (auto field : fields) {
         CAStreamBasicDescription changed = base;
@@ -183,8 +183,9 @@ TEST(CAStreamBasicDescriptionTest, PCMFlagNormalisation)
     const AudioFormatFlags packedBig = packed | kAudioFormatFlagIsBigEndian;
     EXPECT_TRUE(Equal(IntPCM(8, 2, packed), IntPCM(8, 2, packedBig)));
     EXPECT_FALSE(Equal(IntPCM(16, 2, packed), IntPCM(16, 2, packedBig)));
-    EXPECT_FALSE(Equal(IntPCM(8, 2, kAudioFormatFlagIsSignedInteger),
-                       IntPCM(8, 2, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian)));
+    EXPECT_FALSE(
+        Equal(IntPCM(8, 2, kAudioFormatFlagIsSignedInteger),
+              IntPCM(8, 2, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian)));
 
     // Interleaving of a single channel does not matter.
     CAStreamBasicDescription mono = FloatStereo();

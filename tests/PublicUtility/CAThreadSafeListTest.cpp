@@ -62,7 +62,8 @@ TEST(CAThreadSafeListTest, EventsTakeEffectAtUpdateInQueueOrder)
     EXPECT_EQ(Contents(list), (Pairs{{1, 10}, {2, 20}, {4, 40}}));
 
     list.update();
-    EXPECT_EQ(Contents(list), (Pairs{{1, 10}, {2, 20}, {4, 40}})) << "an empty queue changes nothing";
+    EXPECT_EQ(Contents(list), (Pairs{{1, 10}, {2, 20}, {4, 40}}))
+        << "an empty queue changes nothing";
 }
 
 TEST(CAThreadSafeListTest, HoldsNoDuplicatesAndRemovesOnlyMatchingEntries)

@@ -61,7 +61,8 @@ void AUBufferList::Allocate(const CAStreamBasicDescription& format, UInt32 nFram
         nFrames > (0xFFFFFFFFU - (kStreamAlignment - 1)) / bytesPerFrame) {
         throw std::bad_alloc();
     }
-    const UInt32 stride = (nFrames * bytesPerFrame + (kStreamAlignment - 1)) & ~(kStreamAlignment - 1);
+    const UInt32 stride =
+        (nFrames * bytesPerFrame + (kStreamAlignment - 1)) & ~(kStreamAlignment - 1);
     if (streams != 0 && stride != 0 && streams > 0xFFFFFFFFU / stride) {
         throw std::bad_alloc();
     }
@@ -144,8 +145,7 @@ AudioBufferList& AUBufferList::FillRecords(const CAStreamBasicDescription& forma
     return *mBufferList;
 }
 
-AudioBufferList& AUBufferList::PrepareBuffer(const CAStreamBasicDescription& format,
-                                             UInt32 nFrames)
+AudioBufferList& AUBufferList::PrepareBuffer(const CAStreamBasicDescription& format, UInt32 nFrames)
 {
     if (nFrames > mAllocatedFrames) {
         ThrowStatus(kAudioUnitErr_TooManyFramesToProcess);

@@ -30,7 +30,8 @@ class AUBufferList
 {
 public:
     // What the buffer records in the list point at.
-    enum EPtrState : UInt32 {
+    enum EPtrState : UInt32
+    {
         kPointersInvalid = 0,
         kPointersToOwnMemory = 1,
         kPointersToExternalMemory = 2

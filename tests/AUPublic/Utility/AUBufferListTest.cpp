@@ -24,8 +24,7 @@ CAStreamBasicDescription FloatFormat(UInt32 channels, bool interleaved)
 }
 
 // The status a call throws, or 0 when it returns.
-template <class F>
-OSStatus StatusOf(F&& f)
+template <class F> OSStatus StatusOf(F&& f)
 {
     try {
         f();
@@ -43,10 +42,7 @@ std::uintptr_t Address(const void* p)
 // A buffer list with room for n records.
 struct ListStorage
 {
-    explicit ListStorage(UInt32 n) : bytes(8 + 16 * n)
-    {
-        List().mNumberBuffers = n;
-    }
+    explicit ListStorage(UInt32 n) : bytes(8 + 16 * n) { List().mNumberBuffers = n; }
     AudioBufferList& List() { return *reinterpret_cast<AudioBufferList*>(bytes.data()); }
     std::vector<std::uint64_t> bytes;
 };
