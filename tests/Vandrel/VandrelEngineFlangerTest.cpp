@@ -69,50 +69,20 @@ TEST(VandrelEngineFlangerTest, CookDerivesSizesFromRateAndSampleRate)
     CVandrelEngine engine;
     _transform_props props = MakeProps(kEffect_Flange, 10000, 10);
     engine.TransformBegin(2, 44100, props);
-    EXPECT_EQ(engine.dSamplesPerMs, 44.0);
     EXPECT_EQ(engine.dReadCenter, 44.0);
     EXPECT_EQ(engine.dSweepDepth, 4.0);
     EXPECT_EQ(engine.dLfoPeriod, 4410.0);
-    EXPECT_EQ(engine.dLfoOmega, 6.28318530718 / 4410.0);
     EXPECT_NEAR(engine.dLfoOmega, 0.00142476, 1e-8);
-
     engine.TransformBegin(2, 48000, props);
-    EXPECT_EQ(engine.dSamplesPerMs, 48.0);
     EXPECT_EQ(engine.dSweepDepth, 4.0);
-    EXPECT_EQ(engine.dLfoPeriod, 4800.0);
     EXPECT_NEAR(engine.dLfoOmega, 0.00130900, 1e-8);
 
-    props.lModDepth = 100;
-    props.lModRate = 20000;
-    engine.TransformBegin(2, 44100, props);
-    EXPECT_EQ(engine.dSweepDepth, 44.0);
-    EXPECT_EQ(engine.dLfoPeriod, 2205.0);
-
-    // A rate of 0 or below runs as 1 mHz.
-    props.lModRate = 0;
-    engine.TransformCookProperties(props, TRANSFORM_CONTINUE);
-    EXPECT_EQ(engine.dLfoPeriod, 44100000.0);
-    props.lModRate = -5;
-    engine.TransformCookProperties(props, TRANSFORM_CONTINUE);
-    EXPECT_EQ(engine.dLfoPeriod, 44100000.0);
-}
-
-TEST(VandrelEngineFlangerTest, PositionsWrapAtTheEndsOfLineAndPeriod)
-{
-    CVandrelEngine engine;
-    _transform_props props = MakeProps(kEffect_Flange, 10000, 10);
-    engine.TransformBegin(1, 44100, props);
-    Buffers buffers(1, std::vector<float>(4410, 0.0f));
-    enginetest::Render(engine, props, buffers, 0, 1);
-    EXPECT_EQ(engine.lWritePos, 6499);
-    EXPECT_EQ(engine.dReadCenter, 43.0);
-    EXPECT_EQ(engine.lLfoIndex, 1);
-    enginetest::Render(engine, props, buffers, 1, 43);
-    EXPECT_EQ(engine.dReadCenter, 0.0);
-    enginetest::Render(engine, props, buffers, 44, 1);
-    EXPECT_EQ(engine.dReadCenter, 6499.0);
-    enginetest::Render(engine, props, buffers, 45, 4410 - 45);
-    EXPECT_EQ(engine.lLfoIndex, 0);
+    // A rate of 0 or below runs as 1 mHz: a period of 1000 s.
+    for (std::int64_t rate : {0, -5}) {
+        props.lModRate = rate;
+        engine.TransformCookProperties(props, TRANSFORM_CONTINUE);
+        EXPECT_EQ(engine.dLfoPeriod, 48000000.0);
+    }
 }
 
 struct FlangerCase
