@@ -21,7 +21,7 @@
  * The sweep tables of the phaser and wah-wah are rebuilt at a cook only when
  * one of their inputs (rate, depth, centre, resonance, sample rate) changed
  * or the tables were reallocated; the result is bit for bit what a rebuild
- * gives, so a render costs the same whatever its length.
+ * gives, and a short render then costs no more per sample than a long one.
  *
  * Thread tags: [render] runs on the audio thread (no allocation, no lock, no
  * system call, no exception escaping); [control] runs on host control threads.
@@ -83,7 +83,8 @@ public:
     static constexpr int kWahTableSize = 2000; // entries of each sweep table
     static constexpr std::int32_t kLfoReseedInterval = 2048;
 
-    // Statuses. Negative ones leave bValid false.
+    // Statuses. A negative status from the cook leaves bValid false; a
+    // refused TransformBegin changes nothing.
     static constexpr std::int32_t kStatusOK = 0;
     static constexpr std::int32_t kStatusNoFrames = 1;
     static constexpr std::int32_t kStatusUnknownEffect = static_cast<std::int32_t>(0x80000008u);
