@@ -1567,7 +1567,10 @@ OSStatus AUBase::DispatchSetProperty(AudioUnitPropertyID inID, AudioUnitScope in
         SetHostCallbacks(inData, inDataSize);
         return noErr;
     case kAudioUnitProperty_ElementName: {
-        AUElement* element = SafeGetElement(inScope, inElement);
+        const OSStatus check = CheckElement(inScope, inElement);
+        if (check != noErr) {
+            return check;
+        }
         if (inDataSize != sizeof(CFStringRef)) {
             return kAudioUnitErr_InvalidPropertyValue;
         }
@@ -1576,7 +1579,7 @@ OSStatus AUBase::DispatchSetProperty(AudioUnitPropertyID inID, AudioUnitScope in
         if (name != nullptr && CFGetTypeID(name) != CFStringGetTypeID()) {
             return kAudioUnitErr_InvalidPropertyValue;
         }
-        element->SetName(name);
+        GetElement(inScope, inElement)->SetName(name);
         PropertyChanged(inID, inScope, inElement);
         return noErr;
     }

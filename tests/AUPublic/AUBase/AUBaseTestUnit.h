@@ -24,10 +24,13 @@ public:
     explicit AUBaseTestUnit(UInt32 inInputs = 1, UInt32 inOutputs = 1, UInt32 inGroups = 0)
         : AUBase(nullptr, inInputs, inOutputs, inGroups)
     {
-        Globals()->UseIndexedParameters(kNumParameters);
-        for (UInt32 id = 0; id < kNumParameters; ++id) {
-            Globals()->SetParameter(id, 10.0f * static_cast<float>(id + 1));
-        }
+        SetUpParameters();
+    }
+
+    // As the entry layer constructs a unit for a host instance.
+    explicit AUBaseTestUnit(AudioComponentInstance inInstance) : AUBase(inInstance, 1, 1, 0)
+    {
+        SetUpParameters();
     }
 
     bool StreamFormatWritable(AudioUnitScope, AudioUnitElement) override
@@ -76,6 +79,14 @@ public:
             Slice{inStart, inFrames, Globals()->GetParameterEvent(0),
                   Globals()->GetParameterEvent(1)});
         return mSlices.size() == mFailingSlice ? mSliceResult : noErr;
+    }
+
+    void SetUpParameters()
+    {
+        Globals()->UseIndexedParameters(kNumParameters);
+        for (UInt32 id = 0; id < kNumParameters; ++id) {
+            Globals()->SetParameter(id, 10.0f * static_cast<float>(id + 1));
+        }
     }
 
     ParameterEventList& PendingEvents() { return mParamList; }
