@@ -224,7 +224,8 @@ Files:
 Sound:
   -p, --preset PRESET    factory preset, by number or name ("Phaser 2")
   -s, --set NAME=VALUE   set a parameter; names are case-insensitive
-                         ("wet out=-6"); repeat for more parameters
+                         ("wet out=-6"); repeat for more parameters;
+                         Effect is 0 flanger, 1 phaser, 2 wah-wah
   -r, --ramp NAME:FROM:TO:START:END
                          move a parameter linearly from FROM to TO between the
                          times START and END (seconds, or with s / ms:
@@ -255,7 +256,8 @@ Order: --load-state, then --preset, then --set, then --ramp during rendering.
 
 Exit status: 0 success; 1 processing failed; 2 bad arguments or unknown
 preset or parameter; 3 input unreadable; 4 output unwritable; 5 plug-in not
-found or not loadable; 6 input not supported (channel count).
+found or not loadable; 6 input not supported (channel count); 130
+interrupted.
 An output file appears only when processing succeeded.
 
 Examples:

@@ -53,7 +53,7 @@ void addChords(std::vector<double>* channels, size_t frames) {
       for (unsigned c = 0; c < DemoSignal::kChannels; ++c) {
         const double detune = c == 0 ? 0.998 : 1.002;
         const double step = noteFrequency(kChords[chord][voice]) * detune / DemoSignal::kSampleRate;
-        const double gain = 0.12 * (c == 0 ? 1.0 - pan : pan);
+        const double gain = 0.2 * (c == 0 ? 1.0 - pan : pan);
         double phase = 0.25 * voice;
         for (size_t i = 0; i < length && begin + i < frames; ++i) {
           const double t = i / DemoSignal::kSampleRate;
@@ -67,6 +67,14 @@ void addChords(std::vector<double>* channels, size_t frames) {
       }
     }
   }
+}
+
+// A steady, quiet noise wash (like a ride cymbal or tape hiss): on a
+// broadband sound, every notch and peak of the effect shows as it moves.
+void addWash(std::vector<double>* channels, size_t frames) {
+  NoiseGenerator noise;
+  for (size_t i = 0; i < frames; ++i)
+    for (unsigned c = 0; c < DemoSignal::kChannels; ++c) channels[c][i] += 0.04 * noise.next();
 }
 
 void addDrums(std::vector<double>* channels, size_t frames) {
@@ -89,12 +97,12 @@ void addDrums(std::vector<double>* channels, size_t frames) {
         left = right = 0.8 * std::sin(kickPhase) * std::exp(-t * 8.0);
       }
       if (snare) {
-        const double burst = 0.5 * std::exp(-t * 18.0);
+        const double burst = 0.35 * std::exp(-t * 18.0);
         left += burst * noise.next();
         right += burst * noise.next();
       }
       if (hat) {
-        const double burst = 0.18 * std::exp(-t * 60.0);
+        const double burst = 0.1 * std::exp(-t * 60.0);
         left += burst * noise.next();
         right += burst * noise.next();
       }
@@ -112,6 +120,7 @@ DemoSignal::DemoSignal() {
   for (std::vector<double>& channel : mix) channel.assign(frames, 0.0);
   addChords(mix, frames);
   addDrums(mix, frames);
+  addWash(mix, frames);
   double peak = 0.0;
   for (const std::vector<double>& channel : mix)
     for (double sample : channel) peak = std::max(peak, std::fabs(sample));

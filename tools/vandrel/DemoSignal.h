@@ -1,8 +1,9 @@
 // The built-in demonstration sound, used when no input file is given: eight
 // seconds of stereo at 44.1 kHz with a progression of four sawtooth chords
 // (rich in harmonics, so comb notches and filter sweeps show) over a drum
-// pattern of kicks, noise snares and hi-hats (broadband, so the sweeps are
-// heard on every hit). It is computed once, deterministically.
+// pattern of kicks, noise snares and hi-hats and a quiet noise wash
+// (broadband, so the sweeps are heard on every hit and seen throughout). It
+// is computed once, deterministically.
 #pragma once
 
 #include "AudioSource.h"
