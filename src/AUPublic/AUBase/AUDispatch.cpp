@@ -50,6 +50,12 @@ OSStatus AUDispatch::CurrentExceptionStatus() noexcept
     }
 }
 
+OSStatus AUDispatch::OpenFailureStatus() noexcept
+{
+    const OSStatus status = CurrentExceptionStatus();
+    return status == noErr ? -1 : status;
+}
+
 OSStatus AUDispatch::GetPropertyInfo(AUBase& inUnit, AudioUnitPropertyID inID,
                                      AudioUnitScope inScope, AudioUnitElement inElement,
                                      UInt32* outDataSize, Boolean* outWritable)

@@ -24,6 +24,10 @@ namespace AUDispatch {
 // for anything else (CAException included). [any]
 OSStatus CurrentExceptionStatus() noexcept;
 
+// CurrentExceptionStatus for an exception that ended an open: an open that
+// threw never succeeds, so an exception carrying noErr gives -1. [control]
+OSStatus OpenFailureStatus() noexcept;
+
 // Property info: writes the size and writability for each non-null pointer,
 // whatever the result; when the property layer fails without setting them,
 // the values written are 0 and false. Returns the property layer's status.

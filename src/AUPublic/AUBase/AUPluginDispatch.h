@@ -119,7 +119,7 @@ private:
             object->PostConstructor();
         } catch (...) {
             delete object;
-            return AUDispatch::CurrentExceptionStatus();
+            return AUDispatch::OpenFailureStatus();
         }
         CMgr_SetComponentInstanceStorage(instance, reinterpret_cast<char**>(object));
         return noErr;

@@ -163,7 +163,7 @@ OSStatus ComponentBase::AP_Open(void* self, AudioComponentInstance inInstance)
             object = static_cast<ComponentBase*>(record->mConstruct(storage, inInstance));
             object->PostConstructor();
         } catch (...) {
-            result = AUDispatch::CurrentExceptionStatus();
+            result = AUDispatch::OpenFailureStatus();
             if (object != nullptr) {
                 record->mDestruct(storage);
             }
