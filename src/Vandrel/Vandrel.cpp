@@ -423,10 +423,10 @@ OSStatus Vandrel::ProcessScheduledSlice(void* inUserData, UInt32 inStartFrameInB
 }
 
 void Vandrel::ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValues)[kNumParams],
-                              bool& outRamping) const
+                              bool& outRamping)
 {
     outRamping = false;
-    const AUElement& globals = *const_cast<Vandrel*>(this)->Globals();
+    const AUElement& globals = *Globals();
     for (AudioUnitParameterID id = 0; id < kNumParams; ++id) {
         if ((mTouchedParams & (1u << id)) == 0) {
             outValues[id] = globals.GetParameter(id);

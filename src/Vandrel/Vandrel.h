@@ -186,7 +186,7 @@ private:
     // that frame; its end value once over). outRamping tells whether a ramp
     // is under way at that frame. [render]
     void ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValues)[kNumParams],
-                         bool& outRamping) const;
+                         bool& outRamping);
 
     AUOutputElement* mOutputElement;
     AUInputElement* mInputElement;
