@@ -18,7 +18,8 @@ RegisteredComponent* KnownComponent(AudioComponent component)
 
 extern "C" {
 
-AudioComponent AudioComponentFindNext(AudioComponent inComponent, const AudioComponentDescription* inDesc)
+AudioComponent AudioComponentFindNext(AudioComponent inComponent,
+                                      const AudioComponentDescription* inDesc)
 {
     try {
         return reinterpret_cast<AudioComponent>(ComponentRegistry::Shared().FindNext(
@@ -49,7 +50,8 @@ OSStatus AudioComponentCopyName(AudioComponent inComponent, CFStringRef* outName
     return (*outName != nullptr) ? noErr : memFullErr;
 }
 
-OSStatus AudioComponentGetDescription(AudioComponent inComponent, AudioComponentDescription* outDesc)
+OSStatus AudioComponentGetDescription(AudioComponent inComponent,
+                                      AudioComponentDescription* outDesc)
 {
     RegisteredComponent* component = KnownComponent(inComponent);
     if (component == nullptr || outDesc == nullptr) {
@@ -69,8 +71,8 @@ OSStatus AudioComponentGetVersion(AudioComponent inComponent, UInt32* outVersion
     return noErr;
 }
 
-AudioComponent AudioComponentRegister(const AudioComponentDescription* inDesc, CFStringRef inName, UInt32 inVersion,
-                                      AudioComponentFactoryFunction inFactory)
+AudioComponent AudioComponentRegister(const AudioComponentDescription* inDesc, CFStringRef inName,
+                                      UInt32 inVersion, AudioComponentFactoryFunction inFactory)
 {
     if (inDesc == nullptr || inFactory == nullptr) {
         return nullptr;
@@ -116,7 +118,8 @@ OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance)
 
 AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance)
 {
-    return (inInstance != nullptr) ? reinterpret_cast<AudioComponent>(inInstance->Component()) : nullptr;
+    return (inInstance != nullptr) ? reinterpret_cast<AudioComponent>(inInstance->Component())
+                                   : nullptr;
 }
 
 } // extern "C"

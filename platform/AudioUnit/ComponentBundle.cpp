@@ -8,8 +8,7 @@
 namespace {
 
 /* A CF value of the expected type, or null. */
-template <typename Ref>
-Ref TypedValue(CFTypeRef value, CFTypeID type)
+template <typename Ref> Ref TypedValue(CFTypeRef value, CFTypeID type)
 {
     return (value != nullptr && CFGetTypeID(value) == type) ? static_cast<Ref>(value) : nullptr;
 }
@@ -20,7 +19,8 @@ std::string StringValue(CFTypeRef value)
     if (string == nullptr) {
         return std::string();
     }
-    CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
+    CFIndex size =
+        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
     std::string text(static_cast<size_t>(size), '\0');
     if (!CFStringGetCString(string, &text[0], size, kCFStringEncodingUTF8)) {
         return std::string();
@@ -67,11 +67,13 @@ OSStatus ComponentBundle::Load(const std::string& path)
         return kAudioUnitErr_InvalidFile;
     }
 
-    CFStringRef pathString = CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8);
+    CFStringRef pathString =
+        CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8);
     if (pathString == nullptr) {
         return kAudioUnitErr_InvalidFile;
     }
-    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, pathString, kCFURLPOSIXPathStyle, true);
+    CFURLRef url =
+        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, pathString, kCFURLPOSIXPathStyle, true);
     CFRelease(pathString);
     CFBundleRef bundle = (url != nullptr) ? CFBundleCreate(kCFAllocatorDefault, url) : nullptr;
     if (url != nullptr) {
@@ -83,7 +85,8 @@ OSStatus ComponentBundle::Load(const std::string& path)
 
     CFArrayRef components = TypedValue<CFArrayRef>(
         CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("AudioComponents")), CFArrayGetTypeID());
-    std::string executable = StringValue(CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("CFBundleExecutable")));
+    std::string executable =
+        StringValue(CFBundleGetValueForInfoDictionaryKey(bundle, CFSTR("CFBundleExecutable")));
     OSStatus status = kAudioUnitErr_InvalidFile;
     if (components != nullptr && !executable.empty() && executable.find('/') == std::string::npos) {
         std::string binaryPath = path + "/Contents/Linux/" + executable;
@@ -107,13 +110,14 @@ void ComponentBundle::ReadEntries(CFArrayRef components, void* binary)
     // cannot fail half-way.
     mEntries.reserve(static_cast<size_t>(CFArrayGetCount(components)));
     for (CFIndex i = 0; i < CFArrayGetCount(components); ++i) {
-        CFDictionaryRef fields =
-            TypedValue<CFDictionaryRef>(CFArrayGetValueAtIndex(components, i), CFDictionaryGetTypeID());
+        CFDictionaryRef fields = TypedValue<CFDictionaryRef>(CFArrayGetValueAtIndex(components, i),
+                                                             CFDictionaryGetTypeID());
         if (fields == nullptr) {
             continue;
         }
         Entry entry = {};
-        if (!FourCharCodeValue(CFDictionaryGetValue(fields, CFSTR("type")), entry.mDescription.componentType) ||
+        if (!FourCharCodeValue(CFDictionaryGetValue(fields, CFSTR("type")),
+                               entry.mDescription.componentType) ||
             !FourCharCodeValue(CFDictionaryGetValue(fields, CFSTR("subtype")),
                                entry.mDescription.componentSubType) ||
             !FourCharCodeValue(CFDictionaryGetValue(fields, CFSTR("manufacturer")),
@@ -121,7 +125,8 @@ void ComponentBundle::ReadEntries(CFArrayRef components, void* binary)
             continue;
         }
 
-        std::string factoryName = StringValue(CFDictionaryGetValue(fields, CFSTR("factoryFunction")));
+        std::string factoryName =
+            StringValue(CFDictionaryGetValue(fields, CFSTR("factoryFunction")));
         std::string entryName = StringValue(CFDictionaryGetValue(fields, CFSTR("entryFunction")));
         if (factoryName.empty() && entryName.empty()) {
             continue;
@@ -129,25 +134,28 @@ void ComponentBundle::ReadEntries(CFArrayRef components, void* binary)
         // A named function that the binary lacks makes the whole component
         // unusable: a host would otherwise open it in one style only.
         if (!factoryName.empty()) {
-            entry.mFactory = reinterpret_cast<AudioComponentFactoryFunction>(dlsym(binary, factoryName.c_str()));
+            entry.mFactory =
+                reinterpret_cast<AudioComponentFactoryFunction>(dlsym(binary, factoryName.c_str()));
             if (entry.mFactory == nullptr) {
                 continue;
             }
         }
         if (!entryName.empty()) {
-            entry.mEntry = reinterpret_cast<ComponentRoutineProcPtr>(dlsym(binary, entryName.c_str()));
+            entry.mEntry =
+                reinterpret_cast<ComponentRoutineProcPtr>(dlsym(binary, entryName.c_str()));
             if (entry.mEntry == nullptr) {
                 continue;
             }
         }
 
-        CFNumberRef version =
-            TypedValue<CFNumberRef>(CFDictionaryGetValue(fields, CFSTR("version")), CFNumberGetTypeID());
+        CFNumberRef version = TypedValue<CFNumberRef>(
+            CFDictionaryGetValue(fields, CFSTR("version")), CFNumberGetTypeID());
         SInt64 versionValue = 0;
         if (version != nullptr && CFNumberGetValue(version, kCFNumberSInt64Type, &versionValue)) {
             entry.mVersion = static_cast<UInt32>(versionValue);
         }
-        CFStringRef name = TypedValue<CFStringRef>(CFDictionaryGetValue(fields, CFSTR("name")), CFStringGetTypeID());
+        CFStringRef name = TypedValue<CFStringRef>(CFDictionaryGetValue(fields, CFSTR("name")),
+                                                   CFStringGetTypeID());
         entry.mName = (name != nullptr) ? static_cast<CFStringRef>(CFRetain(name)) : nullptr;
         mEntries.push_back(entry);
     }

@@ -13,7 +13,8 @@ OSStatus ComponentInstanceRecord::Open(RegisteredComponent* component, Style sty
                                        ComponentInstanceRecord** outInstance)
 {
     *outInstance = nullptr;
-    ComponentInstanceRecord* instance = new (std::nothrow) ComponentInstanceRecord(component, style);
+    ComponentInstanceRecord* instance =
+        new (std::nothrow) ComponentInstanceRecord(component, style);
     if (instance == nullptr) {
         return memFullErr;
     }
@@ -24,7 +25,8 @@ OSStatus ComponentInstanceRecord::Open(RegisteredComponent* component, Style sty
         delete instance;
         return memFullErr;
     }
-    OSStatus status = (style == Style::kFactory) ? instance->OpenFactory() : instance->OpenEntryPoint();
+    OSStatus status =
+        (style == Style::kFactory) ? instance->OpenFactory() : instance->OpenEntryPoint();
     if (status != noErr) {
         registry.ClaimInstance(instance);
         delete instance;

@@ -40,7 +40,8 @@ public:
        plug-in's instance; on failure it is null and the plug-in's status (or
        memFullErr when the runtime or the factory cannot allocate) comes back.
        [control] */
-    static OSStatus Open(RegisteredComponent* component, Style style, ComponentInstanceRecord** outInstance);
+    static OSStatus Open(RegisteredComponent* component, Style style,
+                         ComponentInstanceRecord** outInstance);
 
     /* Closes the plug-in's instance and deletes this record; returns the
        plug-in's close status. [control] */
@@ -49,8 +50,7 @@ public:
     /* Routes one audio-unit call, given as its selector and the host call's
        arguments after the instance. badComponentSelector when the plug-in
        does not answer the selector. [render] */
-    template <typename... Args>
-    OSStatus Call(SInt16 selector, Args... args)
+    template <typename... Args> OSStatus Call(SInt16 selector, Args... args)
     {
         if (mStyle == Style::kFactory) {
             AudioComponentMethod method = MethodFor(selector);
@@ -78,11 +78,11 @@ private:
         return (selector >= 0 && selector <= kMaxSelector) ? mMethods[selector] : nullptr;
     }
 
-    template <typename... Args>
-    OSStatus CallEntry(SInt16 selector, Args... args)
+    template <typename... Args> OSStatus CallEntry(SInt16 selector, Args... args)
     {
         constexpr unsigned kSlots = 1 + sizeof...(Args);
-        alignas(ComponentParameters) unsigned char block[offsetof(ComponentParameters, params) + 8 * kSlots];
+        alignas(ComponentParameters) unsigned char
+            block[offsetof(ComponentParameters, params) + 8 * kSlots];
         std::memset(block, 0, sizeof(block));
         ComponentParameters* params = reinterpret_cast<ComponentParameters*>(block);
         params->what = selector;
@@ -96,8 +96,7 @@ private:
     /* Stores one argument in slot index: pointers fill the slot, 32-bit
        values take its low 4 bytes (the first 4 on this little-endian
        machine), the rest stays zero. */
-    template <typename T>
-    static void PutSlot(unsigned char* block, unsigned index, T value)
+    template <typename T> static void PutSlot(unsigned char* block, unsigned index, T value)
     {
         static_assert(std::is_trivially_copyable<T>::value && (sizeof(T) == 4 || sizeof(T) == 8),
                       "slot arguments are 32-bit values or pointers");

@@ -18,7 +18,8 @@ CFStringRef CreateNameFromPascal(Handle name)
         return nullptr;
     }
     const UInt8* bytes = reinterpret_cast<const UInt8*>(*name);
-    return CFStringCreateWithBytes(kCFAllocatorDefault, bytes + 1, bytes[0], kCFStringEncodingUTF8, false);
+    return CFStringCreateWithBytes(kCFAllocatorDefault, bytes + 1, bytes[0], kCFStringEncodingUTF8,
+                                   false);
 }
 
 void WritePascalName(CFStringRef name, Handle out)
@@ -29,7 +30,8 @@ void WritePascalName(CFStringRef name, Handle out)
         return;
     }
     char text[4 * kMaxPascalLength + 1];
-    const char* source = CFStringGetCString(name, text, sizeof(text), kCFStringEncodingUTF8) ? text : "";
+    const char* source =
+        CFStringGetCString(name, text, sizeof(text), kCFStringEncodingUTF8) ? text : "";
     size_t length = std::min(std::strlen(source), kMaxPascalLength);
     bytes[0] = static_cast<UInt8>(length);
     std::memcpy(bytes + 1, source, length);
@@ -38,7 +40,8 @@ void WritePascalName(CFStringRef name, Handle out)
 AudioComponentDescription ToAudioDescription(const ComponentDescription& description)
 {
     AudioComponentDescription result;
-    static_assert(sizeof(result) == sizeof(description), "both descriptions are five 32-bit fields");
+    static_assert(sizeof(result) == sizeof(description),
+                  "both descriptions are five 32-bit fields");
     std::memcpy(&result, &description, sizeof(result));
     return result;
 }
@@ -55,22 +58,23 @@ Component FindNextComponent(Component aComponent, ComponentDescription* looking)
             search = ToAudioDescription(*looking);
         }
         return reinterpret_cast<Component>(ComponentRegistry::Shared().FindNext(
-            reinterpret_cast<const RegisteredComponent*>(aComponent), looking != nullptr ? &search : nullptr,
-            true));
+            reinterpret_cast<const RegisteredComponent*>(aComponent),
+            looking != nullptr ? &search : nullptr, true));
     } catch (const std::exception&) {
         return nullptr;
     }
 }
 
-Component RegisterComponent(ComponentDescription* cd, ComponentRoutineUPP componentEntryPoint, SInt16 /*global*/,
-                            Handle componentName, Handle /*componentInfo*/, Handle /*componentIcon*/)
+Component RegisterComponent(ComponentDescription* cd, ComponentRoutineUPP componentEntryPoint,
+                            SInt16 /*global*/, Handle componentName, Handle /*componentInfo*/,
+                            Handle /*componentIcon*/)
 {
     if (cd == nullptr || componentEntryPoint == nullptr) {
         return nullptr;
     }
     CFStringRef name = CreateNameFromPascal(componentName);
-    RegisteredComponent* component =
-        ComponentRegistry::Shared().Add(ToAudioDescription(*cd), name, 0, nullptr, componentEntryPoint);
+    RegisteredComponent* component = ComponentRegistry::Shared().Add(
+        ToAudioDescription(*cd), name, 0, nullptr, componentEntryPoint);
     if (name != nullptr) {
         CFRelease(name);
     }
@@ -99,7 +103,8 @@ OSErr OpenAComponent(Component aComponent, ComponentInstance* ci)
 
 OSErr CloseComponent(ComponentInstance aComponentInstance)
 {
-    if (aComponentInstance == nullptr || !ComponentRegistry::Shared().ClaimInstance(aComponentInstance)) {
+    if (aComponentInstance == nullptr ||
+        !ComponentRegistry::Shared().ClaimInstance(aComponentInstance)) {
         return paramErr;
     }
     return static_cast<OSErr>(aComponentInstance->Close());

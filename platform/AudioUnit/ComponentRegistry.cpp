@@ -19,7 +19,8 @@ bool IsDirectory(const std::string& path)
 
 bool HasSuffix(const std::string& text, const std::string& suffix)
 {
-    return text.size() > suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+    return text.size() > suffix.size() &&
+           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 /* The canonical form of a path (symbolic links resolved), so that a bundle
@@ -35,23 +36,28 @@ std::string CanonicalPath(const std::string& path)
 
 ComponentRegistry& ComponentRegistry::Shared()
 {
-    static ComponentRegistry* sRegistry = new ComponentRegistry();  // lives until the process ends
+    static ComponentRegistry* sRegistry = new ComponentRegistry(); // lives until the process ends
     return *sRegistry;
 }
 
-bool ComponentRegistry::Matches(const AudioComponentDescription& component, const AudioComponentDescription& search)
+bool ComponentRegistry::Matches(const AudioComponentDescription& component,
+                                const AudioComponentDescription& search)
 {
     return (search.componentType == 0 || search.componentType == component.componentType) &&
-           (search.componentSubType == 0 || search.componentSubType == component.componentSubType) &&
-           (search.componentManufacturer == 0 || search.componentManufacturer == component.componentManufacturer) &&
+           (search.componentSubType == 0 ||
+            search.componentSubType == component.componentSubType) &&
+           (search.componentManufacturer == 0 ||
+            search.componentManufacturer == component.componentManufacturer) &&
            ((component.componentFlags ^ search.componentFlags) & search.componentFlagsMask) == 0;
 }
 
-RegisteredComponent* ComponentRegistry::Add(const AudioComponentDescription& description, CFStringRef name,
-                                            UInt32 version, AudioComponentFactoryFunction factory,
+RegisteredComponent* ComponentRegistry::Add(const AudioComponentDescription& description,
+                                            CFStringRef name, UInt32 version,
+                                            AudioComponentFactoryFunction factory,
                                             ComponentRoutineProcPtr entry)
 {
-    CFStringRef retainedName = (name != nullptr) ? static_cast<CFStringRef>(CFRetain(name)) : nullptr;
+    CFStringRef retainedName =
+        (name != nullptr) ? static_cast<CFStringRef>(CFRetain(name)) : nullptr;
     std::unique_ptr<RegisteredComponent> component(
         new (std::nothrow) RegisteredComponent{description, retainedName, version, factory, entry});
     if (component == nullptr) {
@@ -78,14 +84,16 @@ RegisteredComponent* ComponentRegistry::Add(const AudioComponentDescription& des
 }
 
 RegisteredComponent* ComponentRegistry::FindNext(const RegisteredComponent* after,
-                                                 const AudioComponentDescription* description, bool entryPointOnly)
+                                                 const AudioComponentDescription* description,
+                                                 bool entryPointOnly)
 {
     EnsureScanned();
     std::lock_guard<std::mutex> lock(mMutex);
     auto it = mComponents.begin();
     if (after != nullptr) {
-        it = std::find_if(mComponents.begin(), mComponents.end(),
-                          [after](const std::unique_ptr<RegisteredComponent>& c) { return c.get() == after; });
+        it = std::find_if(
+            mComponents.begin(), mComponents.end(),
+            [after](const std::unique_ptr<RegisteredComponent>& c) { return c.get() == after; });
         if (it == mComponents.end()) {
             return nullptr;
         }
@@ -105,10 +113,11 @@ UInt32 ComponentRegistry::Count(const AudioComponentDescription* description)
 {
     EnsureScanned();
     std::lock_guard<std::mutex> lock(mMutex);
-    return static_cast<UInt32>(std::count_if(
-        mComponents.begin(), mComponents.end(), [description](const std::unique_ptr<RegisteredComponent>& c) {
-            return description == nullptr || Matches(c->mDescription, *description);
-        }));
+    return static_cast<UInt32>(
+        std::count_if(mComponents.begin(), mComponents.end(),
+                      [description](const std::unique_ptr<RegisteredComponent>& c) {
+                          return description == nullptr || Matches(c->mDescription, *description);
+                      }));
 }
 
 bool ComponentRegistry::IsComponent(const void* handle)
@@ -163,7 +172,8 @@ OSStatus ComponentRegistry::LoadBundle(const std::string& path)
     }
     mLoadedBundles.insert(canonical);
     for (const ComponentBundle::Entry& entry : bundle.Entries()) {
-        if (Add(entry.mDescription, entry.mName, entry.mVersion, entry.mFactory, entry.mEntry) == nullptr) {
+        if (Add(entry.mDescription, entry.mName, entry.mVersion, entry.mFactory, entry.mEntry) ==
+            nullptr) {
             return memFullErr;
         }
     }

@@ -36,7 +36,7 @@
 struct RegisteredComponent
 {
     AudioComponentDescription mDescription;
-    CFStringRef mName;  // retained; may be null
+    CFStringRef mName; // retained; may be null
     UInt32 mVersion;
     AudioComponentFactoryFunction mFactory;
     ComponentRoutineProcPtr mEntry;
@@ -50,13 +50,15 @@ public:
 
     /* Registers a component; the name is retained. Returns it, or null when
        the runtime cannot allocate. [any] */
-    RegisteredComponent* Add(const AudioComponentDescription& description, CFStringRef name, UInt32 version,
-                             AudioComponentFactoryFunction factory, ComponentRoutineProcPtr entry);
+    RegisteredComponent* Add(const AudioComponentDescription& description, CFStringRef name,
+                             UInt32 version, AudioComponentFactoryFunction factory,
+                             ComponentRoutineProcPtr entry);
 
     /* The next component after `after` (null: the first) matching
        `description` (null matches all); entryPointOnly lists only components
        with an entry function. Runs the folder scan first. [any] */
-    RegisteredComponent* FindNext(const RegisteredComponent* after, const AudioComponentDescription* description,
+    RegisteredComponent* FindNext(const RegisteredComponent* after,
+                                  const AudioComponentDescription* description,
                                   bool entryPointOnly);
 
     /* Number of components matching description (null matches all). Runs the
@@ -80,7 +82,8 @@ public:
     /* Whether a component's description matches a search description: zero
        fields are wildcards, and the flag bits in the search mask must be
        equal. */
-    static bool Matches(const AudioComponentDescription& component, const AudioComponentDescription& search);
+    static bool Matches(const AudioComponentDescription& component,
+                        const AudioComponentDescription& search);
 
 private:
     ComponentRegistry() = default;
