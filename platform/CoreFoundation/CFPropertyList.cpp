@@ -262,9 +262,9 @@ CFTypeRef deepCopy(CFTypeRef object, CFOptionFlags options)
 } // namespace
 
 CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyList, CFPropertyListFormat format,
-                                   CFOptionFlags options, CFErrorRef *error)
+                                   CFOptionFlags, CFErrorRef *error)
 {
-    if ((format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) || options != 0) {
+    if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
         reportError(error, kCFPropertyListWriteInvalidError, "Property lists are written only as XML or binary.");
         return nullptr;
     }

@@ -21,7 +21,7 @@ struct __CFString final : CFRuntimeBase {
     }
 
     void assign(std::u16string units);
-    void append(const std::u16string &units) { assign(mUnits + units); }
+    void append(const std::u16string &units);
 
     bool equals(const CFRuntimeBase &other) const override
     {
@@ -29,6 +29,9 @@ struct __CFString final : CFRuntimeBase {
     }
     CFHashCode hash() const override;
     std::string description() const override { return mUTF8; }
+
+    // Appends the UTF-8 of mUnits[start...] and updates the flags.
+    void encodeFrom(size_t start);
 
     std::u16string mUnits;
     // UTF-8 form; lone surrogates become U+FFFD and clear mUTF8Exact.
@@ -275,7 +278,25 @@ void __CFString::assign(std::u16string units)
     mUTF8Exact = true;
     mASCII = true;
     mHasNUL = false;
-    for (size_t i = 0; i < mUnits.size(); ++i) {
+    encodeFrom(0);
+}
+
+void __CFString::append(const std::u16string &units)
+{
+    // A low surrogate completing a pair split across the old end changes the
+    // UTF-8 of the old last unit: re-encode everything then.
+    if (!mUnits.empty() && !units.empty() && isHighSurrogate(mUnits.back()) && isLowSurrogate(units.front())) {
+        assign(mUnits + units);
+        return;
+    }
+    const size_t start = mUnits.size();
+    mUnits += units;
+    encodeFrom(start);
+}
+
+void __CFString::encodeFrom(size_t start)
+{
+    for (size_t i = start; i < mUnits.size(); ++i) {
         const char32_t unit = mUnits[i];
         char32_t code = unit;
         if (isHighSurrogate(unit) && i + 1 < mUnits.size() && isLowSurrogate(mUnits[i + 1])) {
@@ -522,7 +543,7 @@ void CFStringAppend(CFMutableStringRef theString, CFStringRef appendedString)
     __CFString *string = asMutableString(theString);
     const __CFString *appended = asString(appendedString);
     if (string != nullptr && appended != nullptr) {
-        string->append(std::u16string(appended->mUnits));
+        string->append(appended->mUnits);
     }
 }
 

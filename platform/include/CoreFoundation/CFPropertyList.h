@@ -27,8 +27,8 @@ enum {
     kCFPropertyListBinaryFormat_v1_0 = 200
 };
 
-/* Owned data holding propertyList in format (XML or binary); options must be
- * 0. NULL (and an owned *error if error is not NULL) when the tree holds a
+/* Owned data holding propertyList in format (XML or binary); options is
+ * unused. NULL (and an owned *error if error is not NULL) when the tree holds a
  * non-property-list object or a non-string dictionary key, or for another
  * format. [any] */
 CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef propertyList, CFPropertyListFormat format,

@@ -58,7 +58,7 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef alloc, const U
 CF_EXPORT CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef theString);
 
 /* Owned string formatted like printf; "%@" inserts an object's description.
- * formatOptions is ignored. [any] */
+ * formatOptions is ignored. NULL when the result is not valid UTF-8. [any] */
 CF_EXPORT CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFTypeRef formatOptions, CFStringRef format, ...);
 CF_EXPORT CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc, CFTypeRef formatOptions, CFStringRef format, va_list arguments);
 

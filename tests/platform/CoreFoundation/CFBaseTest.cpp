@@ -109,3 +109,23 @@ TEST(CFBaseTest, ConcurrentRetainReleaseKeepsTheCountExact)
     EXPECT_EQ(1, CFGetRetainCount(data));
     CFRelease(data);
 }
+
+TEST(CFBaseTest, ConcurrentConstantStringsAreOneObject)
+{
+    constexpr int kThreads = 4;
+    std::vector<CFStringRef> seen(kThreads, nullptr);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&seen, t] {
+            for (int i = 0; i < 1000; ++i) {
+                seen[static_cast<size_t>(t)] = CFSTR("shared by threads");
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    for (CFStringRef string : seen) {
+        EXPECT_EQ(CFSTR("shared by threads"), string);
+    }
+}

@@ -9,8 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -296,4 +298,32 @@ TEST_F(CFBundleTest, FindsTheBundleOfADlopenedBinary)
     CFRelease(url);
     CFRelease(key);
     dlclose(handle);
+}
+
+TEST_F(CFBundleTest, ConcurrentCreateReleaseAndLookups)
+{
+    setenv("LANG", "fr_FR.UTF-8", 1);
+    CFURLRef url = CFBundleCopyBundleURL(mBundle);
+    CFRelease(mBundle);
+    mBundle = nullptr;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([url, &wrong] {
+            for (int i = 0; i < 200; ++i) {
+                CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
+                CFStringRef name = CFBundleCopyLocalizedString(bundle, CFSTR("Dry Out"), nullptr, nullptr);
+                if (!CFEqual(name, CFSTR("Sortie s\xC3\xA8" "che"))) {
+                    ++wrong;
+                }
+                CFRelease(name);
+                CFRelease(bundle);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, wrong.load());
+    CFRelease(url);
 }

@@ -113,6 +113,23 @@ TEST(CFStringTest, FormatAndMutation)
     CFRelease(copy);
     CFRelease(text);
 
+    // A surrogate pair split over two appends, then a self-append.
+    CFMutableStringRef pair = CFStringCreateMutable(kCFAllocatorDefault, 0);
+    const UniChar high = 0xD83D;
+    const UniChar low = 0xDE00;
+    CFStringRef highString = CFStringCreateWithCharacters(kCFAllocatorDefault, &high, 1);
+    CFStringRef lowString = CFStringCreateWithCharacters(kCFAllocatorDefault, &low, 1);
+    CFStringAppend(pair, highString);
+    EXPECT_FALSE(CFStringGetCString(pair, buffer, sizeof buffer, kCFStringEncodingUTF8)); // lone surrogate
+    CFStringAppend(pair, lowString);
+    CFStringAppend(pair, pair);
+    ASSERT_TRUE(CFStringGetCString(pair, buffer, sizeof buffer, kCFStringEncodingUTF8));
+    EXPECT_STREQ("\xF0\x9F\x98\x80\xF0\x9F\x98\x80", buffer);
+    EXPECT_EQ(4, CFStringGetLength(pair));
+    CFRelease(lowString);
+    CFRelease(highString);
+    CFRelease(pair);
+
     // Appending to an immutable string changes nothing.
     CFStringRef fixed = makeUTF8("fixed");
     CFStringAppend(reinterpret_cast<CFMutableStringRef>(const_cast<__CFString *>(fixed)), CFSTR("more"));
