@@ -93,7 +93,7 @@ std::string __CFArray::description() const
             std::snprintf(pointer, sizeof pointer, "<%p>", mValues[i]);
             item = pointer;
         }
-        text += "    " + item + (i + 1 < mValues.size() ? ",\n" : "\n");
+        text += "    " + CFRuntimeIndent(item) + (i + 1 < mValues.size() ? ",\n" : "\n");
     }
     return text + ")";
 }

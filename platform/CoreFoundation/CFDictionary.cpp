@@ -170,7 +170,7 @@ std::string __CFDictionary::description() const
     std::string text = "{\n";
     for (const auto &entry : mTable) {
         text += "    " + describe(mKeyCallBacks.copyDescription, entry.first) + " = " +
-                describe(mValueCallBacks.copyDescription, entry.second) + ";\n";
+                CFRuntimeIndent(describe(mValueCallBacks.copyDescription, entry.second)) + ";\n";
     }
     return text + "}";
 }

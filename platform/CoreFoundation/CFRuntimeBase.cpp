@@ -71,6 +71,18 @@ std::string CFRuntimeUTF8(CFStringRef string)
     return buffer.data();
 }
 
+std::string CFRuntimeIndent(const std::string &text)
+{
+    std::string out;
+    for (char c : text) {
+        out += c;
+        if (c == '\n') {
+            out += "    ";
+        }
+    }
+    return out;
+}
+
 CFStringRef CFRuntimeCreateString(const std::string &utf8)
 {
     return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(utf8.data()),

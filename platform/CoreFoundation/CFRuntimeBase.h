@@ -66,6 +66,10 @@ private:
 // C++ string of a path, key or format.
 std::string CFRuntimeUTF8(CFStringRef string);
 
+// text with every line after the first indented by four spaces, for
+// descriptions nested in a container's description.
+std::string CFRuntimeIndent(const std::string &text);
+
 // Owned string from UTF-8 bytes (invalid sequences make NULL).
 CFStringRef CFRuntimeCreateString(const std::string &utf8);
 
