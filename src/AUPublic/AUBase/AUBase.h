@@ -476,6 +476,9 @@ protected:
     UInt32 mMaxFramesPerSlice;
     OSStatus mLastRenderError;
     AUPreset mCurrentPreset;
+    // Growable lists: a failed growth throws std::bad_alloc and leaves the
+    // list as it was. The render thread only reads, sorts in place and
+    // empties mParamList, which keeps its room.
     ParameterEventList mParamList;
     std::vector<PropertyListener> mPropertyListeners;
     bool mBuffersAllocated;
@@ -497,7 +500,11 @@ private:
     OSStatus SetPresentPreset(AudioUnitScope inScope, AudioUnitElement inElement,
                               const void* inData, UInt32 inDataSize);
     void SetHostCallbacks(const void* inData, UInt32 inDataSize);
+    // Stores inError as the last render error unless one is pending, and
+    // then notifies its listeners. [render]
     void RecordRenderError(OSStatus inError);
+    // Calls every active render notification with its own copy of inFlags.
+    // [render]
     void CallRenderNotifications(AudioUnitRenderActionFlags inFlags,
                                  const AudioTimeStamp& inTimeStamp, UInt32 inBusNumber,
                                  UInt32 inFramesToProcess, AudioBufferList& ioData);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <thread>
 #include <vector>
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -349,4 +350,41 @@ TEST_F(RenderTest, ExternalBufferBecomesTheOutputMemory)
     mHost.Reset(1024, true);
     EXPECT_EQ(Render(256), noErr);
     EXPECT_EQ(mHost.mList.mBuffers[0].mData, static_cast<void*>(block));
+}
+
+namespace {
+
+std::atomic<int> gConcurrentCalls{0};
+
+OSStatus CountCall(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32,
+                   AudioBufferList*)
+{
+    gConcurrentCalls.fetch_add(1);
+    return noErr;
+}
+
+}  // namespace
+
+TEST_F(RenderTest, ConcurrentNotificationRegistrationWhileRendering)
+{
+    ASSERT_EQ(Unit().DoInitialize(), noErr);
+    constexpr int kRounds = 2000;
+    std::atomic<bool> registering{true};
+    std::thread registrar([&] {
+        int tags[4] = {};
+        for (int i = 0; i < kRounds; ++i) {
+            void* refCon = &tags[i % 4];
+            Unit().SetRenderNotification(CountCall, refCon);
+            Unit().RemoveRenderNotification(CountCall, refCon);
+        }
+        registering = false;
+    });
+    while (registering) {
+        ASSERT_EQ(Render(64), noErr);
+    }
+    registrar.join();
+    ASSERT_EQ(Render(64), noErr);  // applies whatever was still queued
+    gConcurrentCalls = 0;
+    ASSERT_EQ(Render(64), noErr);
+    EXPECT_EQ(gConcurrentCalls.load(), 0);  // every add was matched by a remove
 }
