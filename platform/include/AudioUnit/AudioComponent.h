@@ -6,11 +6,18 @@
  * one method per selector with Lookup and calls it as method(self, args...),
  * and finally calls Close(self) when the host disposes of the instance.
  *
- * Components come from three sources, all listed by AudioComponentFindNext in
- * registration order: bundles (see AudioComponentRegisterBundle), and the two
- * registration calls (AudioComponentRegister here, RegisterComponent of the
- * Component Manager). A component that has only an entry function is opened
- * through it; the host does not need to know which style an instance uses.
+ * Components come from bundles and from the two registration calls
+ * (AudioComponentRegister here, RegisterComponent of the Component Manager),
+ * and are listed by AudioComponentFindNext in registration order. The first
+ * look-up of the process scans for bundles (X.component folders, layout at
+ * AudioComponentRegisterBundle), following symbolic links and skipping
+ * bundles that do not load, in this order: the folders (or single bundles)
+ * named in the environment variable AU_COMPONENT_PATH, colon-separated; then
+ * $HOME/Library/Audio/Plug-Ins/Components; then
+ * /Library/Audio/Plug-Ins/Components. A host adds other bundles with
+ * AudioComponentRegisterBundle. A component that has only an entry function
+ * is opened through it; the host does not need to know which style an
+ * instance uses.
  *
  * Thread tags: [control] host control threads; [any] any thread.
  */

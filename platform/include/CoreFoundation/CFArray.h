@@ -26,6 +26,7 @@ typedef struct {
     CFArrayCopyDescriptionCallBack copyDescription;
     CFArrayEqualCallBack equal;
 } CFArrayCallBacks;
+CF_STATIC_ASSERT(sizeof(CFArrayCallBacks) == 40 && offsetof(CFArrayCallBacks, equal) == 32, "CFArrayCallBacks layout");
 
 CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 

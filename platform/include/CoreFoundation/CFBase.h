@@ -14,9 +14,9 @@
  * it. Constant strings (CFSTR) and the two booleans are immortal: retain and
  * release do nothing to them.
  *
- * Thread tags: [any] any thread, never the render thread unless stated;
- * [control] host control threads. Nothing here is [render]: creating or
- * releasing objects may allocate.
+ * Thread tags: [any] any thread; [control] host control threads. A function
+ * without a tag is [any]. Nothing here is [render]: creating or releasing
+ * objects may allocate and take locks.
  */
 #ifndef CFBASE_H
 #define CFBASE_H
@@ -37,6 +37,12 @@
 /* Marks the library's public functions and constants as exported. */
 #define CF_EXPORT extern __attribute__((visibility("default")))
 #define CF_INLINE static inline
+
+#ifdef __cplusplus
+#define CF_STATIC_ASSERT(condition, message) static_assert(condition, message)
+#else
+#define CF_STATIC_ASSERT(condition, message) _Static_assert(condition, message)
+#endif
 
 CF_EXTERN_C_BEGIN
 
@@ -60,6 +66,8 @@ typedef struct {
     CFIndex location;
     CFIndex length;
 } CFRange;
+
+CF_STATIC_ASSERT(sizeof(CFRange) == 16 && offsetof(CFRange, length) == 8, "CFRange layout");
 
 CF_INLINE CFRange CFRangeMake(CFIndex loc, CFIndex len)
 {

@@ -30,6 +30,8 @@ typedef struct {
     CFDictionaryEqualCallBack equal;
     CFDictionaryHashCallBack hash;
 } CFDictionaryKeyCallBacks;
+CF_STATIC_ASSERT(sizeof(CFDictionaryKeyCallBacks) == 48 && offsetof(CFDictionaryKeyCallBacks, hash) == 40,
+                 "CFDictionaryKeyCallBacks layout");
 
 typedef struct {
     CFIndex version;
@@ -38,6 +40,8 @@ typedef struct {
     CFDictionaryCopyDescriptionCallBack copyDescription;
     CFDictionaryEqualCallBack equal;
 } CFDictionaryValueCallBacks;
+CF_STATIC_ASSERT(sizeof(CFDictionaryValueCallBacks) == 40 && offsetof(CFDictionaryValueCallBacks, equal) == 32,
+                 "CFDictionaryValueCallBacks layout");
 
 CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;

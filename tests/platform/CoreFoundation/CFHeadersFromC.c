@@ -12,8 +12,6 @@ _Static_assert(kCFPropertyListImmutable == 0 && kCFPropertyListXMLFormat_v1_0 ==
                    kCFPropertyListBinaryFormat_v1_0 == 200,
                "property-list constants");
 _Static_assert(kCFURLPOSIXPathStyle == 0 && kCFCompareEqualTo == 0 && kCFCompareLessThan == -1, "misc constants");
-_Static_assert(sizeof(CFRange) == 16 && sizeof(CFIndex) == 8 && sizeof(Boolean) == 1, "base layouts");
-_Static_assert(sizeof(CFArrayCallBacks) == 40 && sizeof(CFDictionaryKeyCallBacks) == 48, "callback layouts");
 
 int CFHeadersExerciseFromC(void);
 

@@ -6,10 +6,6 @@
 
 extern "C" int CFHeadersExerciseFromC(void);
 
-static_assert(sizeof(CFRange) == 16, "CFRange layout");
-static_assert(offsetof(CFDictionaryKeyCallBacks, hash) == 40, "key callbacks layout");
-static_assert(offsetof(CFArrayCallBacks, equal) == 32, "array callbacks layout");
-
 TEST(CFHeadersTest, UsableFromCAndCpp)
 {
     EXPECT_EQ(0, CFHeadersExerciseFromC());
