@@ -1,6 +1,6 @@
 /*
- * Lock-free stack of intrusive nodes, and the two atomic primitives it is
- * built on.
+ * Lock-free stack of intrusive nodes, and the atomic primitive it is built
+ * on.
  *
  * Every change of the head is a 64-bit compare-and-swap with a full memory
  * barrier, so a node's contents written before a push are visible to the
@@ -18,7 +18,6 @@
 #define CAATOMICSTACK_H
 
 #include <atomic>
-#include <cstdint>
 
 static_assert(sizeof(void*) == 8, "the head swap is a 64-bit compare-and-swap");
 
@@ -31,13 +30,6 @@ inline bool CAAtomicCompareAndSwapPtrBarrier(T* oldValue, T* newValue, std::atom
     static_assert(std::atomic<T*>::is_always_lock_free, "head must swap without a lock");
     return target.compare_exchange_strong(oldValue, newValue, std::memory_order_seq_cst,
                                           std::memory_order_seq_cst);
-}
-
-// Full memory barrier: no load or store moves across it in either direction.
-// [render] safe
-inline void CAMemoryBarrier()
-{
-    std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
 template <class Node> class TAtomicStack

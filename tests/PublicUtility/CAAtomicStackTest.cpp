@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -13,10 +14,12 @@ struct Node
     int mValue = 0;
 };
 
-std::vector<int> Drain(Node* chain)
+// The values of a chain; stops after `limit` nodes so that a corrupted,
+// cyclic chain fails the test instead of hanging it.
+std::vector<int> Drain(Node* chain, std::size_t limit = 1000000)
 {
     std::vector<int> values;
-    for (; chain != nullptr; chain = chain->mNext) {
+    for (; chain != nullptr && values.size() < limit; chain = chain->mNext) {
         values.push_back(chain->mValue);
     }
     return values;
@@ -45,9 +48,9 @@ TEST(CAAtomicStackTest, PopAllTakesEverythingNewestFirstAndChainsStayInOrder)
 TEST(CAAtomicStackTest, ConcurrentPushAndTakeLosesAndDuplicatesNothing)
 {
     constexpr int kPushers = 3;
-    constexpr int kPerPusher = 2000;
+    constexpr int kPerPusher = 5000;
     constexpr int kTakers = 2;
-    constexpr int kTakesPerTaker = 1500;
+    constexpr int kTakesPerTaker = 4000;
 
     TAtomicStack<Node> stack;
     std::vector<Node> nodes(kPushers * kPerPusher);
@@ -55,10 +58,15 @@ TEST(CAAtomicStackTest, ConcurrentPushAndTakeLosesAndDuplicatesNothing)
         nodes[i].mValue = static_cast<int>(i);
     }
     std::vector<std::vector<int>> kept(kTakers);
+    // All threads start together, so that they really contend.
+    std::atomic<bool> go{false};
 
     std::vector<std::thread> threads;
     for (int p = 0; p < kPushers; ++p) {
         threads.emplace_back([&, p] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
             for (int i = 0; i < kPerPusher; ++i) {
                 stack.PushAtomic(&nodes[p * kPerPusher + i]);
             }
@@ -66,6 +74,9 @@ TEST(CAAtomicStackTest, ConcurrentPushAndTakeLosesAndDuplicatesNothing)
     }
     for (int t = 0; t < kTakers; ++t) {
         threads.emplace_back([&, t] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
             for (int i = 0; i < kTakesPerTaker; ++i) {
                 Node* chain = stack.PopAll();
                 if (chain == nullptr) {
@@ -82,12 +93,13 @@ TEST(CAAtomicStackTest, ConcurrentPushAndTakeLosesAndDuplicatesNothing)
             }
         });
     }
+    go.store(true);
     for (std::thread& t : threads) {
         t.join();
     }
 
     std::vector<int> count(nodes.size(), 0);
-    for (int v : Drain(stack.PopAll())) {
+    for (int v : Drain(stack.PopAll(), nodes.size())) {
         ++count[v];
     }
     for (const auto& k : kept) {

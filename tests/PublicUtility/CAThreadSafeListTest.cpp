@@ -32,11 +32,13 @@ static_assert(sizeof(List::Node) == 32, "a pointer-pair node is one 32-byte bloc
 static_assert(offsetof(List::Node, mEventKind) == 8 && offsetof(List::Node, mObject) == 16,
               "node layout: link, kind, value");
 
+// The active entries in order; stops after 1000 so that a corrupted, cyclic
+// list fails the test instead of hanging it.
 std::vector<std::pair<std::uintptr_t, std::uintptr_t>> Contents(const List& list)
 {
     std::vector<std::pair<std::uintptr_t, std::uintptr_t>> out;
-    for (const Entry& e : list) {
-        out.emplace_back(e.mProc, e.mRefCon);
+    for (auto it = list.begin(); it != list.end() && out.size() < 1000; ++it) {
+        out.emplace_back(it->mProc, it->mRefCon);
     }
     return out;
 }
@@ -114,12 +116,14 @@ TEST(CAThreadSafeListTest, ConcurrentRegistrationKeepsEveryEntryExactlyOnce)
 {
     constexpr std::uintptr_t kThreads = 4;
     constexpr std::uintptr_t kValues = 8;
-    constexpr int kRounds = 150;
+    constexpr int kRounds = 200;
 
     List list;
     std::atomic<bool> registrarsDone{false};
     std::atomic<int> renderViolations{0};
     std::atomic<long> renderPasses{0};
+    // All threads start together, so that they really contend.
+    std::atomic<bool> go{false};
 
     std::thread render([&] {
         std::vector<Entry> seen;
@@ -144,7 +148,10 @@ TEST(CAThreadSafeListTest, ConcurrentRegistrationKeepsEveryEntryExactlyOnce)
 
     std::vector<std::thread> registrars;
     for (std::uintptr_t t = 1; t <= kThreads; ++t) {
-        registrars.emplace_back([&list, t] {
+        registrars.emplace_back([&list, &go, t] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
             for (int round = 0; round < kRounds; ++round) {
                 for (std::uintptr_t i = 0; i < kValues; ++i) {
                     list.deferAdd({t, i});
@@ -161,6 +168,7 @@ TEST(CAThreadSafeListTest, ConcurrentRegistrationKeepsEveryEntryExactlyOnce)
             }
         });
     }
+    go.store(true);
     for (std::thread& r : registrars) {
         r.join();
     }
