@@ -436,11 +436,11 @@ TEST_F(AudioComponentLookupTest, BundleComponentsAreListedByBothApisInBundleOrde
     // Component Manager lists only components with an entry function.
     EXPECT_EQ(AudioComponentSubtypes(),
               (std::vector<OSType>{kTestGainSubtype, kTestGainFactoryOnly, kTestGainEntryOnly,
-                                   kTestGainFailing}));
+                                   kTestGainFailing, kTestGainNoRecord}));
     EXPECT_EQ(ComponentManagerSubtypes(),
               (std::vector<OSType>{kTestGainSubtype, kTestGainEntryOnly, kTestGainFailing}));
     AudioComponentDescription search = {kAudioUnitType_Effect, 0, kTestGainManufacturer, 0, 0};
-    EXPECT_EQ(AudioComponentCount(&search), 4u);
+    EXPECT_EQ(AudioComponentCount(&search), 5u);
 
     AudioComponentDescription gain = Describe(kTestGainSubtype);
     AudioComponent component = AudioComponentFindNext(nullptr, &gain);
@@ -475,6 +475,13 @@ TEST_F(AudioComponentLookupTest, FailedOpenLeavesNoInstanceInEitherStyle)
     EXPECT_EQ(OpenAComponent(reinterpret_cast<Component>(component), &ci),
               kAudioUnitErr_FailedInitialization);
     EXPECT_EQ(ci, nullptr);
+
+    // A factory without a record to give reports a lack of memory.
+    AudioComponentDescription noRecord = Describe(kTestGainNoRecord);
+    component = AudioComponentFindNext(nullptr, &noRecord);
+    ASSERT_NE(component, nullptr);
+    EXPECT_EQ(AudioComponentInstanceNew(component, &instance), memFullErr);
+    EXPECT_EQ(instance, nullptr);
 }
 
 TEST_F(AudioComponentLookupTest, BadHandlesAreRefusedWithoutCrashing)

@@ -9,7 +9,8 @@
  * description functions at run time in libAudioUnit.so, and it answers two
  * private properties with what those look-ups return.
  *
- * Subtype 'gfal' refuses to open, in both styles.
+ * Subtype 'gfal' refuses to open, in both styles; for subtype 'gnul' the
+ * factory returns no record.
  */
 #include <AudioUnit/AudioUnit.h>
 #include <CoreServices/CoreServices.h>
@@ -25,7 +26,8 @@
 
 namespace {
 
-constexpr OSType kFailingSubtype = 0x6766616C; // 'gfal'
+constexpr OSType kFailingSubtype = 0x6766616C;  // 'gfal'
+constexpr OSType kNoRecordSubtype = 0x676E756C; // 'gnul'
 constexpr UInt32 kMaxNotifications = 4;
 constexpr UInt32 kMaxEvents = 16;
 
@@ -565,6 +567,9 @@ extern "C" {
 __attribute__((visibility("default"))) AudioComponentPlugInInterface*
 TestGainFactory(const AudioComponentDescription* description)
 {
+    if (description->componentSubType == kNoRecordSubtype) {
+        return nullptr;
+    }
     FactoryRecord* record = new (std::nothrow) FactoryRecord;
     if (record == nullptr) {
         return nullptr;

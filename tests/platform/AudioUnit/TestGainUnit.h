@@ -18,12 +18,13 @@ enum
     kTestGainParam_Gain = 0,
     kTestGainVersion = 0x00010002,
 
-    kTestGainManufacturer = 0x56747374, // 'Vtst'
-    kTestGainSubtype = 0x6761696E,      // 'gain': factory and entry function
-    kTestGainFactoryOnly = 0x67666163,  // 'gfac'
-    kTestGainEntryOnly = 0x67656E74,    // 'gent'
-    kTestGainFailing = 0x6766616C,      // 'gfal': refuses to open
-    kTestGainMissingSymbol = 0x676D6973 // 'gmis': names a missing factory
+    kTestGainManufacturer = 0x56747374,  // 'Vtst'
+    kTestGainSubtype = 0x6761696E,       // 'gain': factory and entry function
+    kTestGainFactoryOnly = 0x67666163,   // 'gfac'
+    kTestGainEntryOnly = 0x67656E74,     // 'gent'
+    kTestGainFailing = 0x6766616C,       // 'gfal': refuses to open
+    kTestGainMissingSymbol = 0x676D6973, // 'gmis': names a missing factory
+    kTestGainNoRecord = 0x676E756C       // 'gnul': the factory returns no record
 };
 
 #endif /* TESTS_PLATFORM_AUDIOUNIT_TESTGAINUNIT_H */
