@@ -18,8 +18,6 @@ using namespace vandrel_test;
 
 namespace {
 
-using Audio = std::vector<std::vector<float>>;
-
 constexpr float kDefaults[7] = {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f};
 
 // Registers the built bundle once; the plug-in folders of the user's home are
@@ -54,24 +52,6 @@ std::unique_ptr<Instance> Open(bool inEntryStyle)
                                  : std::make_unique<Instance>(FactoryComponent());
     EXPECT_EQ(noErr, instance->openStatus());
     return instance;
-}
-
-void ExpectSameAudio(const Audio& expected, const Audio& actual)
-{
-    ASSERT_EQ(expected.size(), actual.size());
-    for (std::size_t c = 0; c < expected.size(); ++c) {
-        ASSERT_EQ(expected[c].size(), actual[c].size());
-        for (std::size_t i = 0; i < expected[c].size(); ++i) {
-            ASSERT_EQ(expected[c][i], actual[c][i]) << "channel " << c << " frame " << i;
-        }
-    }
-}
-
-std::string ToString(CFStringRef inString)
-{
-    char buffer[256] = {};
-    CFStringGetCString(inString, buffer, sizeof(buffer), kCFStringEncodingUTF8);
-    return buffer;
 }
 
 // Parameterized by opening style: true = component manager.
@@ -150,6 +130,15 @@ TEST_P(VandrelHost, PullsInputFromConnectedInstance)
     }
     ExpectSameAudio(expected, actual);
     EXPECT_EQ(3u, upstream->source().calls);
+
+    // Component-manager instances hand out their fast render entry, which the
+    // connection uses; factory instances do not, so AudioUnitRender is used.
+    void* fastRender = nullptr;
+    UInt32 size = sizeof(fastRender);
+    const OSStatus fast = AudioUnitGetProperty(upstream->unit(), kAudioUnitProperty_FastDispatch,
+                                               kAudioUnitScope_Global, kAudioUnitRenderSelect,
+                                               &fastRender, &size);
+    EXPECT_EQ(GetParam() ? OSStatus{noErr} : OSStatus{kAudioUnitErr_InvalidProperty}, fast);
 }
 
 TEST_P(VandrelHost, FactoryPresetsListedSelectedAndRefused)

@@ -22,13 +22,6 @@ const bool gFrenchLocale = [] {
     return true;
 }();
 
-std::string ToString(CFStringRef inString)
-{
-    char buffer[256] = {};
-    CFStringGetCString(inString, buffer, sizeof(buffer), kCFStringEncodingUTF8);
-    return buffer;
-}
-
 bool IsValidUtf8(const char* inText)
 {
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(inText); *p != 0;) {

@@ -32,13 +32,6 @@ extern "C" CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringR
 
 namespace {
 
-std::string ToString(CFStringRef inString)
-{
-    char buffer[256] = {};
-    CFStringGetCString(inString, buffer, sizeof(buffer), kCFStringEncodingUTF8);
-    return buffer;
-}
-
 struct ExpectedParameter
 {
     const char* name;

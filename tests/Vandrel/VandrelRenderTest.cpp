@@ -13,20 +13,7 @@ using namespace vandrel_test;
 
 namespace {
 
-using Audio = std::vector<std::vector<float>>;
-
 constexpr float kDefaults[7] = {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f};
-
-void ExpectSameAudio(const Audio& expected, const Audio& actual)
-{
-    ASSERT_EQ(expected.size(), actual.size());
-    for (std::size_t c = 0; c < expected.size(); ++c) {
-        ASSERT_EQ(expected[c].size(), actual[c].size()) << "channel " << c;
-        for (std::size_t i = 0; i < expected[c].size(); ++i) {
-            ASSERT_EQ(expected[c][i], actual[c][i]) << "channel " << c << " frame " << i;
-        }
-    }
-}
 
 void SetAll(Instance& inUnit, const float (&inValues)[7])
 {

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace vandrel_test {
@@ -234,6 +235,31 @@ private:
     Float64 mSampleTime = 0.0;
     InputSource mSource;
 };
+
+using Audio = std::vector<std::vector<float>>;
+
+// Sample-exact equality of two multi-channel recordings.
+inline void ExpectSameAudio(const Audio& inExpected, const Audio& inActual)
+{
+    ASSERT_EQ(inExpected.size(), inActual.size());
+    for (std::size_t c = 0; c < inExpected.size(); ++c) {
+        ASSERT_EQ(inExpected[c].size(), inActual[c].size()) << "channel " << c;
+        for (std::size_t i = 0; i < inExpected[c].size(); ++i) {
+            ASSERT_EQ(inExpected[c][i], inActual[c][i]) << "channel " << c << " frame " << i;
+        }
+    }
+}
+
+inline std::string ToString(CFTypeRef inString)
+{
+    char buffer[256] = {};
+    if (inString == nullptr || CFGetTypeID(inString) != CFStringGetTypeID()) {
+        return "<not a string>";
+    }
+    CFStringGetCString(static_cast<CFStringRef>(inString), buffer, sizeof(buffer),
+                       kCFStringEncodingUTF8);
+    return buffer;
+}
 
 // Makes the built bundle known to the object library, so that the unit
 // linked into this program finds its resources (names, view bundle) by
