@@ -19,6 +19,9 @@ constexpr UInt32 kVandrelVersion = 0x00010000;  // 1.0.0
 // Process settings made when the bundle is loaded.
 constexpr rlim_t kOpenFilesSoftLimit = 7168;
 
+// Output rates from here up do not fit the engine's whole-hertz rate.
+constexpr Float64 kMaxSampleRate = 2147483648.0;
+
 constexpr UInt32 kParamInfoFlags =
     kAudioUnitParameterFlag_IsReadable | kAudioUnitParameterFlag_IsWritable;
 
@@ -216,9 +219,12 @@ OSStatus Vandrel::Initialize()
 {
     // The render gathers channel pointers in arrays of kMaxChannels and the
     // engine keeps per-channel state for as many: wider formats are refused
-    // before anything is built.
+    // before anything is built. The engine takes the rate in whole hertz, so
+    // a rate that is not a positive 32-bit number of hertz is refused too.
+    const Float64 rate = GetStreamFormat(kAudioUnitScope_Output, 0).mSampleRate;
     if (GetStreamFormat(kAudioUnitScope_Output, 0).mChannelsPerFrame > kMaxChannels ||
-        GetStreamFormat(kAudioUnitScope_Input, 0).mChannelsPerFrame > kMaxChannels) {
+        GetStreamFormat(kAudioUnitScope_Input, 0).mChannelsPerFrame > kMaxChannels ||
+        !(rate >= 1.0 && rate < kMaxSampleRate)) {
         return kAudioUnitErr_FormatNotSupported;
     }
     const OSStatus result = AUEffectBase::Initialize();

@@ -75,8 +75,9 @@ public:
 
     // Effect base initialization (channel check, kernels), then caches the
     // output format and marks the engine as needing a begin. Formats of more
-    // than kMaxChannels channels give kAudioUnitErr_FormatNotSupported (-10868)
-    // and leave the unit uninitialized. [control]
+    // than kMaxChannels channels, and output rates below 1 Hz or beyond
+    // 2^31 Hz, give kAudioUnitErr_FormatNotSupported (-10868) and leave the
+    // unit uninitialized. [control]
     OSStatus Initialize() override;
     // Ends the engine stream (frees its buffers); the next render begins a new
     // one. Then the effect base's reset. Must not overlap a render. [control]

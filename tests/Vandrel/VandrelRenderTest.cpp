@@ -224,8 +224,12 @@ TEST_F(VandrelRender, SeparateBuffersProcessCopyBypassAndZeroSilence)
     }
 }
 
-TEST_F(VandrelRender, RefusesMoreThan32ChannelsAndRendersWithoutInputNever)
+TEST_F(VandrelRender, RefusesUnservableFormatsAndRendersWithoutInputNever)
 {
+    for (Float64 rate : {0.0, 0.5, 3.0e9}) {
+        ASSERT_EQ(noErr, mUnit.SetFormat(2, rate));
+        EXPECT_EQ(kAudioUnitErr_FormatNotSupported, AudioUnitInitialize(mUnit.unit())) << rate;
+    }
     ASSERT_EQ(noErr, mUnit.SetFormat(33, 44100.0));
     ASSERT_EQ(noErr, mUnit.FeedFromCallback());
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported, AudioUnitInitialize(mUnit.unit()));
