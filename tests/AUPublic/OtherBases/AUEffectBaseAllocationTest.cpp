@@ -29,6 +29,17 @@ void* operator new[](std::size_t inSize)
     return operator new(inSize);
 }
 
+void* operator new(std::size_t inSize, const std::nothrow_t&) noexcept
+{
+    ++gAllocations;
+    return std::malloc(inSize == 0 ? 1 : inSize);
+}
+
+void* operator new[](std::size_t inSize, const std::nothrow_t& inTag) noexcept
+{
+    return operator new(inSize, inTag);
+}
+
 void operator delete(void* inMemory) noexcept
 {
     if (inMemory != nullptr) {
@@ -48,6 +59,16 @@ void operator delete(void* inMemory, std::size_t) noexcept
 }
 
 void operator delete[](void* inMemory, std::size_t) noexcept
+{
+    operator delete(inMemory);
+}
+
+void operator delete(void* inMemory, const std::nothrow_t&) noexcept
+{
+    operator delete(inMemory);
+}
+
+void operator delete[](void* inMemory, const std::nothrow_t&) noexcept
 {
     operator delete(inMemory);
 }
