@@ -118,7 +118,7 @@ OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance)
 
 AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance)
 {
-    return (inInstance != nullptr) ? reinterpret_cast<AudioComponent>(inInstance->Component())
+    return (inInstance != nullptr) ? reinterpret_cast<AudioComponent>(inInstance->GetComponent())
                                    : nullptr;
 }
 

@@ -63,8 +63,8 @@ public:
         return CallEntry(selector, args...);
     }
 
-    RegisteredComponent* Component() const { return mComponent; }
-    Handle Storage() const { return mStorage; }
+    RegisteredComponent* GetComponent() const { return mComponent; }
+    Handle GetStorage() const { return mStorage; }
     void SetStorage(Handle storage) { mStorage = storage; }
 
 private:
@@ -100,6 +100,8 @@ private:
     {
         static_assert(std::is_trivially_copyable<T>::value && (sizeof(T) == 4 || sizeof(T) == 8),
                       "slot arguments are 32-bit values or pointers");
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+                      "the low bytes of a slot come first in memory");
         std::memcpy(block + offsetof(ComponentParameters, params) + 8 * index, &value, sizeof(T));
     }
 

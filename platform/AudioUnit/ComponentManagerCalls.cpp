@@ -112,7 +112,7 @@ OSErr CloseComponent(ComponentInstance aComponentInstance)
 
 Handle GetComponentInstanceStorage(ComponentInstance aComponentInstance)
 {
-    return (aComponentInstance != nullptr) ? aComponentInstance->Storage() : nullptr;
+    return (aComponentInstance != nullptr) ? aComponentInstance->GetStorage() : nullptr;
 }
 
 void SetComponentInstanceStorage(ComponentInstance aComponentInstance, Handle theStorage)
@@ -131,7 +131,7 @@ OSErr GetComponentInfo(Component aComponent, ComponentDescription* cd, Handle co
         if (registry.IsComponent(aComponent)) {
             component = reinterpret_cast<const RegisteredComponent*>(aComponent);
         } else if (registry.IsInstance(aComponent)) {
-            component = reinterpret_cast<ComponentInstance>(aComponent)->Component();
+            component = reinterpret_cast<ComponentInstance>(aComponent)->GetComponent();
         }
     }
     if (component == nullptr) {

@@ -120,8 +120,9 @@ CS_EXPORT Component RegisterComponent(ComponentDescription* cd,
 
 /* Opens an instance through the component's entry function (open selector,
    -1). Returns noErr and *ci, or the entry's open status with *ci = null
-   (no instance is left behind); paramErr for a null argument, invalidComponentID
-   for an unknown component. The caller closes it with CloseComponent. [control] */
+   (no instance is left behind); paramErr for a null argument;
+   invalidComponentID for an unknown component or one without an entry
+   function. The caller closes it with CloseComponent. [control] */
 CS_EXPORT OSErr OpenAComponent(Component aComponent, ComponentInstance* ci);
 
 /* Closes an instance opened either way (entry close selector -2, or the
