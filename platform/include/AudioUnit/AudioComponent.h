@@ -130,10 +130,13 @@ AU_EXPORT AudioComponent AudioComponentRegister(const AudioComponentDescription*
    Contents/Linux/<CFBundleExecutable> (loaded with RTLD_NOW | RTLD_LOCAL).
    Info.plist holds "AudioComponents", an array of dictionaries with "type",
    "subtype", "manufacturer" (four-character strings), "name" (string),
-   "version" (number), "factoryFunction" (the factory's symbol name) and,
-   optionally, "entryFunction" (the symbol name of a Component Manager entry
-   function; without it the component is not listed by FindNextComponent).
-   An entry whose symbols are missing is skipped. Registering a bundle twice
+   "version" (number) and the symbol names of its functions, at least one:
+   "factoryFunction" (the audio-component factory) and "entryFunction" (this
+   runtime's key for the Component Manager entry function). A component
+   without "entryFunction" opens through its factory only and is not listed
+   by FindNextComponent; one without "factoryFunction" opens through its
+   entry function either way. An entry whose symbols are missing or whose
+   codes are malformed is skipped. Registering a bundle twice
    registers it once. Returns noErr; paramErr for null; fnfErr when the path
    does not exist; kAudioUnitErr_InvalidFile when it is not a loadable
    component bundle. [control] */
