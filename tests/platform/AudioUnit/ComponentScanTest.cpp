@@ -7,11 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -34,10 +33,7 @@ std::string FourChars(OSType code)
 
 void MakeFolders(const std::string& path)
 {
-    for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1)) {
-        mkdir(path.substr(0, at).c_str(), 0755);
-    }
-    mkdir(path.c_str(), 0755);
+    std::filesystem::create_directories(path);
 }
 
 void WriteFile(const std::string& path, const std::string& text)
@@ -66,7 +62,7 @@ void MakeBundle(const std::string& path, OSType subtype, const std::string& exec
                   "<key>factoryFunction</key><string>TestGainFactory</string>"
                   "<key>entryFunction</key><string>TestGainEntry</string>"
                   "</dict></array></dict></plist>\n");
-    symlink(TEST_GAIN_BINARY, (path + "/Contents/Linux/TestGain").c_str());
+    std::filesystem::create_symlink(TEST_GAIN_BINARY, path + "/Contents/Linux/TestGain");
 }
 
 AudioComponentDescription Describe(OSType subtype)
@@ -124,11 +120,11 @@ protected:
         // the folder it points to.
         MakeBundle(sRoot + "/real/Linked.component", kLinkedSubtype);
         MakeFolders(sRoot + "/linked");
-        symlink((sRoot + "/real/Linked.component").c_str(),
-                (sRoot + "/linked/Linked.component").c_str());
+        std::filesystem::create_directory_symlink(sRoot + "/real/Linked.component",
+                                                  sRoot + "/linked/Linked.component");
         MakeFolders(sRoot + "/home/Library/Audio/Plug-Ins");
-        symlink((sRoot + "/linked").c_str(),
-                (sRoot + "/home/Library/Audio/Plug-Ins/Components").c_str());
+        std::filesystem::create_directory_symlink(
+            sRoot + "/linked", sRoot + "/home/Library/Audio/Plug-Ins/Components");
 
         MakeBundle(sRoot + "/explicit/Explicit.component", kExplicitSubtype);
 
@@ -140,8 +136,9 @@ protected:
 
     static void TearDownTestSuite()
     {
-        std::string command = "rm -rf '" + sRoot + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0);
+        std::error_code error;
+        std::filesystem::remove_all(sRoot, error);
+        EXPECT_FALSE(error) << error.message();
     }
 
     static std::string sRoot;
@@ -188,7 +185,7 @@ TEST_F(ComponentScanTest, NamedBundleRegistersItsComponentsOnce)
 
     // Again, through another spelling of the path and through a link.
     std::string link = sRoot + "/explicit-link.component";
-    ASSERT_EQ(symlink(bundle.c_str(), link.c_str()), 0);
+    std::filesystem::create_directory_symlink(bundle, link);
     EXPECT_EQ(AudioComponentRegisterBundle(bundle.c_str()), noErr);
     EXPECT_EQ(
         AudioComponentRegisterBundle((sRoot + "/explicit/../explicit/Explicit.component").c_str()),
