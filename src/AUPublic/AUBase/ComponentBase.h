@@ -54,6 +54,8 @@ public:
     // The component's version number (answer to the version selector). [any]
     virtual OSStatus Version();
 
+    // The host's handle of this instance (not owned) and its opening style.
+    // [any]
     AudioComponentInstance GetComponentInstance() const { return mComponentInstance; }
     UInt32 GetInstanceType() const { return mInstanceType; }
 

@@ -28,6 +28,7 @@
 
 #include <AudioUnit/AudioUnit.h>
 
+#include <cstddef>
 #include <vector>
 
 class AUEffectBase : public AUBase {
@@ -40,12 +41,17 @@ public:
         kSampleKindFixed824 = 3  // signed 32-bit with 24 fraction bits
     };
 
-    // What a render with scheduled events hands to each ProcessScheduledSlice.
+    // What a render with scheduled events hands to each ProcessScheduledSlice;
+    // borrowed from the render for its duration.
     struct SliceProcessRecord {
         AudioUnitRenderActionFlags* mActionFlags;
         AudioBufferList* mInputBufferList;
         AudioBufferList* mOutputBufferList;
     };
+    static_assert(offsetof(SliceProcessRecord, mInputBufferList) == sizeof(void*) &&
+                      offsetof(SliceProcessRecord, mOutputBufferList) == 2 * sizeof(void*) &&
+                      sizeof(SliceProcessRecord) == 3 * sizeof(void*),
+                  "flags, input list, output list, in that order");
 
     // One input and one output bus, no groups; bypass off; in-place
     // processing as given. Throws std::bad_alloc. [control]
@@ -125,6 +131,8 @@ public:
     // Channels of output bus 0; throws -10877 when it is missing. [any]
     UInt32 GetNumberOfChannels();
 
+    // Whether the output renders over the input's buffers (see above); read
+    // once per render. [any]
     bool ProcessesInPlace() const { return mProcessesInPlace; }
     void SetProcessesInPlace(bool inProcessesInPlace) { mProcessesInPlace = inProcessesInPlace; }
 

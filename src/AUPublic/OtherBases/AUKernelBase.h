@@ -43,6 +43,8 @@ public:
     virtual void Process(const SInt16* inSourceP, SInt16* inDestP, UInt32 inFramesToProcess,
                          UInt32 inNumChannels, bool& ioSilence);
 
+    // The owning effect (not owned) and the channel this kernel processes.
+    // [any]
     AUEffectBase* GetAudioUnit() const { return mAudioUnit; }
     UInt32 GetChannelNum() const { return mChannelNum; }
     // Set by the effect base whenever the kernel list is resized. [control]

@@ -33,13 +33,6 @@ long Slot(UInt32 inValue)
     return static_cast<long>(inValue);
 }
 
-long Slot(Float32 inValue)
-{
-    UInt32 bits;
-    std::memcpy(&bits, &inValue, sizeof bits);
-    return static_cast<long>(bits);
-}
-
 template <typename T>
 long Slot(T* inPointer)
 {
@@ -412,38 +405,6 @@ TEST_F(EntryPointTest, UnknownSelectorsAreBadComponentSelector)
     }
     EXPECT_EQ(OSStatus(-2147450878), badComponentSelector);
     EXPECT_EQ(1, Call(kComponentVersionSelect));
-}
-
-TEST_F(EntryPointTest, ArgumentsAreTakenFromTheirSlots)
-{
-    ASSERT_EQ(noErr, Call(kAudioUnitSetParameterSelect, UInt32(1), UInt32(kAudioUnitScope_Global),
-                          UInt32(0), -0.625f, UInt32(0)));
-    Float32 value = 0;
-    ASSERT_EQ(noErr, Call(kAudioUnitGetParameterSelect, UInt32(1), UInt32(kAudioUnitScope_Global),
-                          UInt32(0), &value));
-    EXPECT_EQ(-0.625f, value);
-    EXPECT_EQ(paramErr, Call(kAudioUnitGetParameterSelect, UInt32(1), UInt32(kAudioUnitScope_Global),
-                             UInt32(0), static_cast<Float32*>(nullptr)));
-
-    UInt32 size = 0;
-    Boolean writable = true;
-    ASSERT_EQ(noErr, Call(kAudioUnitGetPropertyInfoSelect, UInt32(kAudioUnitProperty_SampleRate),
-                          UInt32(kAudioUnitScope_Input), UInt32(0), &size, &writable));
-    EXPECT_EQ(8U, size);
-
-    Float64 rate = 22050.0;
-    ASSERT_EQ(noErr, Call(kAudioUnitSetPropertySelect, UInt32(kAudioUnitProperty_SampleRate),
-                          UInt32(kAudioUnitScope_Input), UInt32(0), &rate, UInt32(sizeof rate)));
-    rate = 0;
-    size = sizeof rate;
-    ASSERT_EQ(noErr, Call(kAudioUnitGetPropertySelect, UInt32(kAudioUnitProperty_SampleRate),
-                          UInt32(kAudioUnitScope_Input), UInt32(0), &rate, &size));
-    EXPECT_EQ(22050.0, rate);
-
-    ASSERT_EQ(noErr, Call(kAudioUnitInitializeSelect));
-    EXPECT_TRUE(mObject->IsInitialized());
-    ASSERT_EQ(noErr, Call(kAudioUnitUninitializeSelect));
-    EXPECT_FALSE(mObject->IsInitialized());
 }
 
 TEST_F(EntryPointTest, ResetSelectorResetsTheRenderTimeItself)
