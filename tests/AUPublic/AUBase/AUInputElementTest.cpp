@@ -15,15 +15,39 @@ std::atomic<bool> gCountAllocations{false};
 std::atomic<int> gAllocations{0};
 } // namespace
 
-void* operator new(std::size_t size)
+// Every replaceable form, so that no block crosses between this allocator
+// and the library's.
+namespace {
+void* CountedAlloc(std::size_t size) noexcept
 {
     if (gCountAllocations.load()) {
         gAllocations.fetch_add(1);
     }
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
+    return std::malloc(size == 0 ? 1 : size);
+}
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    if (void* p = CountedAlloc(size)) {
         return p;
     }
     throw std::bad_alloc();
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return CountedAlloc(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return CountedAlloc(size);
 }
 
 void operator delete(void* p) noexcept
@@ -31,7 +55,27 @@ void operator delete(void* p) noexcept
     std::free(p);
 }
 
+void operator delete[](void* p) noexcept
+{
+    std::free(p);
+}
+
 void operator delete(void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+void operator delete[](void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+void operator delete(void* p, const std::nothrow_t&) noexcept
+{
+    std::free(p);
+}
+
+void operator delete[](void* p, const std::nothrow_t&) noexcept
 {
     std::free(p);
 }
