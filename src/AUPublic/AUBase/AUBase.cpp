@@ -242,10 +242,9 @@ OSStatus AUBase::DoInitialize()
         Cleanup();
         throw;
     }
-    mInitialized = true;
-    // A render on another thread tests mInitialized: every buffer written
-    // above must be visible before the flag is.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    // A sequentially consistent store is a full barrier: every buffer written
+    // above is visible to a render that sees the flag.
+    mInitialized.store(true, std::memory_order_seq_cst);
     return noErr;
 }
 

@@ -463,7 +463,9 @@ public:
 
 protected:
     bool mElementsCreated;
-    bool mInitialized;
+    // Set last by DoInitialize, with a full barrier, and tested by the render
+    // thread: a render that sees it set sees the buffers it was sized with.
+    std::atomic<bool> mInitialized;
     bool mHasBegunInitializing;
     UInt32 mInitNumInputEls;
     UInt32 mInitNumOutputEls;
