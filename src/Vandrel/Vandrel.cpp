@@ -12,6 +12,9 @@
 #include <cstring>
 #include <vector>
 
+static_assert(Vandrel::kMaxChannels == CVandrelEngine::kMaxChannels,
+              "the render's channel arrays match the engine's");
+
 namespace {
 
 constexpr UInt32 kVandrelVersion = 0x00010000;  // 1.0.0

@@ -27,6 +27,10 @@
 // render split by an immediate event at frame k sounds exactly like two
 // renders of k and n - k frames with the value changed between them.
 //
+// Loading the bundle raises the process's soft open-file limit to 7168 (when
+// the limits can be read), selects the UTF-8 character type and fills the
+// factory-preset table; nothing else happens at load.
+//
 // Thread tags as in ComponentBase.h: [render], [control], [any].
 #ifndef VANDREL_H
 #define VANDREL_H

@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -52,6 +56,31 @@ TEST(VandrelBundle, BinaryExportsExactlyEntryAndFactory)
     }
     ASSERT_EQ(0, pclose(pipe));
     EXPECT_EQ((std::set<std::string>{"VandrelEntry", "VandrelFactory"}), exported);
+}
+
+TEST(VandrelBundle, LoadingRaisesTheSoftOpenFileLimitOnly)
+{
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    rlimit lowered = before;
+    lowered.rlim_cur = std::min<rlim_t>(before.rlim_max, 256);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lowered));
+
+    const std::filesystem::path binary = kBundle / "Contents" / "Linux" / "Vandrel";
+    void* handle = dlopen(binary.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, handle) << dlerror();
+    EXPECT_NE(nullptr, dlsym(handle, "VandrelFactory"));
+    EXPECT_NE(nullptr, dlsym(handle, "VandrelEntry"));
+
+    rlimit after{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &after));
+    EXPECT_EQ(before.rlim_max, after.rlim_max);
+    if (before.rlim_max == RLIM_INFINITY || before.rlim_max >= 7168) {
+        EXPECT_EQ(7168u, after.rlim_cur);
+    } else {
+        EXPECT_EQ(lowered.rlim_cur, after.rlim_cur);  // refused above the hard limit
+    }
+    dlclose(handle);
 }
 
 TEST(VandrelBundle, InfoPlistDescribesTheEffectComponent)
