@@ -7,9 +7,9 @@ const CFAllocatorRef kCFAllocatorDefault = nullptr;
 
 namespace {
 
-const CFRuntimeBase *object(CFTypeRef cf)
+const CFRuntimeBase* object(CFTypeRef cf)
 {
-    return static_cast<const CFRuntimeBase *>(cf);
+    return static_cast<const CFRuntimeBase*>(cf);
 }
 
 } // namespace
@@ -47,8 +47,8 @@ Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2)
     if (cf1 == nullptr || cf2 == nullptr) {
         return false;
     }
-    const CFRuntimeBase *a = object(cf1);
-    const CFRuntimeBase *b = object(cf2);
+    const CFRuntimeBase* a = object(cf1);
+    const CFRuntimeBase* b = object(cf2);
     return a->typeID() == b->typeID() && a->equals(*b);
 }
 
@@ -67,8 +67,9 @@ CFStringRef CFCopyDescription(CFTypeRef cf)
 
 CFStringRef CFCopyTypeIDDescription(CFTypeID type_id)
 {
-    static const char *const kNames[kCFRuntimeTypeIDCount] = {
-        nullptr, "CFString", "CFNumber", "CFBoolean", "CFData", "CFArray", "CFDictionary", "CFURL", "CFBundle", "CFError"};
+    static const char* const kNames[kCFRuntimeTypeIDCount] = {
+        nullptr,   "CFString",     "CFNumber", "CFBoolean", "CFData",
+        "CFArray", "CFDictionary", "CFURL",    "CFBundle",  "CFError"};
     if (type_id == 0 || type_id >= kCFRuntimeTypeIDCount) {
         return nullptr;
     }

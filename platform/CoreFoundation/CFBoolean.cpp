@@ -2,8 +2,11 @@
 // values.
 #include "CFRuntimeBase.h"
 
-struct __CFBoolean final : CFRuntimeBase {
-    explicit __CFBoolean(bool value) : CFRuntimeBase(kCFRuntimeTypeIDBoolean, true), mValue(value) {}
+struct __CFBoolean final : CFRuntimeBase
+{
+    explicit __CFBoolean(bool value) : CFRuntimeBase(kCFRuntimeTypeIDBoolean, true), mValue(value)
+    {
+    }
 
     CFHashCode hash() const override { return mValue ? 1 : 0; }
     std::string description() const override { return mValue ? "true" : "false"; }
@@ -23,6 +26,6 @@ CFTypeID CFBooleanGetTypeID(void)
 
 Boolean CFBooleanGetValue(CFBooleanRef boolean)
 {
-    const __CFBoolean *value = CFRuntimeBase::cast<__CFBoolean>(boolean, kCFRuntimeTypeIDBoolean);
+    const __CFBoolean* value = CFRuntimeBase::cast<__CFBoolean>(boolean, kCFRuntimeTypeIDBoolean);
     return value != nullptr && value->mValue;
 }

@@ -27,7 +27,8 @@
 #include <set>
 #include <vector>
 
-struct __CFBundle final : CFRuntimeBase {
+struct __CFBundle final : CFRuntimeBase
+{
     __CFBundle(std::string path, CFDictionaryRef info)
         : CFRuntimeBase(kCFRuntimeTypeIDBundle, false), mPath(std::move(path)), mInfo(info)
     {
@@ -41,44 +42,45 @@ struct __CFBundle final : CFRuntimeBase {
     CFStringRef infoString(CFStringRef key) const;
     // Borrowed table for a language folder ("" for Resources itself); NULL
     // when the file is missing or unreadable.
-    CFDictionaryRef stringsTable(const std::string &lproj, const std::string &table);
+    CFDictionaryRef stringsTable(const std::string& lproj, const std::string& table);
 
     const std::string mPath;
     const CFDictionaryRef mInfo;
     std::mutex mMutex;
     std::map<std::string, CFDictionaryRef> mTables;
-    void *mHandle = nullptr;
+    void* mHandle = nullptr;
 };
 
 namespace {
 
-struct BundleRegistry {
+struct BundleRegistry
+{
     std::mutex mMutex;
-    std::map<std::string, __CFBundle *> mByPath;
-    std::vector<__CFBundle *> mKeptAlive;
+    std::map<std::string, __CFBundle*> mByPath;
+    std::vector<__CFBundle*> mKeptAlive;
     std::set<std::string> mExaminedObjects;
 };
 
-BundleRegistry &registry()
+BundleRegistry& registry()
 {
     // Never destroyed: bundles may be released during other libraries'
     // static destruction.
-    static BundleRegistry *sRegistry = new BundleRegistry;
+    static BundleRegistry* sRegistry = new BundleRegistry;
     return *sRegistry;
 }
 
-__CFBundle *asBundle(CFTypeRef cf)
+__CFBundle* asBundle(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFBundle>(cf, kCFRuntimeTypeIDBundle);
 }
 
-bool isDirectory(const std::string &path)
+bool isDirectory(const std::string& path)
 {
     struct stat info;
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool readFile(const std::string &path, std::vector<UInt8> &bytes)
+bool readFile(const std::string& path, std::vector<UInt8>& bytes)
 {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
@@ -88,46 +90,47 @@ bool readFile(const std::string &path, std::vector<UInt8> &bytes)
     return !file.bad();
 }
 
-std::string canonicalPath(const std::string &path)
+std::string canonicalPath(const std::string& path)
 {
     char resolved[PATH_MAX];
     return realpath(path.c_str(), resolved) != nullptr ? std::string(resolved) : std::string();
 }
 
 // Owned Info.plist dictionary, empty when the file is missing or invalid.
-CFDictionaryRef readInfo(const std::string &bundlePath)
+CFDictionaryRef readInfo(const std::string& bundlePath)
 {
     std::vector<UInt8> bytes;
     if (readFile(bundlePath + "/Contents/Info.plist", bytes) && !bytes.empty()) {
-        CFDataRef data = CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
-        CFPropertyListRef plist = CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable,
-                                                               nullptr, nullptr);
+        CFDataRef data =
+            CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
+        CFPropertyListRef plist = CFPropertyListCreateWithData(
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
         CFRelease(data);
         if (CFGetTypeID(plist) == CFDictionaryGetTypeID()) {
             return static_cast<CFDictionaryRef>(plist);
         }
         CFRelease(plist);
     }
-    return CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                              &kCFTypeDictionaryValueCallBacks);
+    return CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0,
+                              &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
 }
 
 // Registry entry for a canonical folder path, retained for the caller, or a
 // new bundle. The registry lock must be held.
-__CFBundle *bundleForPathLocked(BundleRegistry &reg, const std::string &path)
+__CFBundle* bundleForPathLocked(BundleRegistry& reg, const std::string& path)
 {
     auto found = reg.mByPath.find(path);
     if (found != reg.mByPath.end() && found->second->retainIfAlive()) {
         return found->second;
     }
-    auto *bundle = new __CFBundle(path, readInfo(path));
+    auto* bundle = new __CFBundle(path, readInfo(path));
     reg.mByPath[path] = bundle;
     return bundle;
 }
 
 // The bundle folder around a loaded file at <Bundle>/Contents/<dir>/<file>,
 // or "" when the file does not sit in one.
-std::string bundleFolderOf(const std::string &file)
+std::string bundleFolderOf(const std::string& file)
 {
     static const std::string kContents = "/Contents/";
     size_t at = file.rfind(kContents);
@@ -143,9 +146,9 @@ std::string bundleFolderOf(const std::string &file)
     return std::string();
 }
 
-int collectObjectName(struct dl_phdr_info *info, size_t, void *data)
+int collectObjectName(struct dl_phdr_info* info, size_t, void* data)
 {
-    auto *names = static_cast<std::vector<std::string> *>(data);
+    auto* names = static_cast<std::vector<std::string>*>(data);
     if (info->dlpi_name != nullptr && info->dlpi_name[0] != '\0') {
         names->emplace_back(info->dlpi_name);
     }
@@ -154,7 +157,7 @@ int collectObjectName(struct dl_phdr_info *info, size_t, void *data)
 
 // Makes the bundles around every loaded shared object (and the main
 // program) known to the registry, which keeps them alive. Lock held.
-void examineLoadedObjectsLocked(BundleRegistry &reg)
+void examineLoadedObjectsLocked(BundleRegistry& reg)
 {
     std::vector<std::string> names;
     dl_iterate_phdr(collectObjectName, &names);
@@ -163,7 +166,7 @@ void examineLoadedObjectsLocked(BundleRegistry &reg)
     if (length > 0) {
         names.emplace_back(self, static_cast<size_t>(length));
     }
-    for (const std::string &name : names) {
+    for (const std::string& name : names) {
         if (!reg.mExaminedObjects.insert(name).second) {
             continue;
         }
@@ -175,53 +178,54 @@ void examineLoadedObjectsLocked(BundleRegistry &reg)
         if (folder.empty() || !isDirectory(folder + "/Contents")) {
             continue;
         }
-        __CFBundle *bundle = bundleForPathLocked(reg, folder);
+        __CFBundle* bundle = bundleForPathLocked(reg, folder);
         reg.mKeptAlive.push_back(bundle);
     }
 }
 
-__CFBundle *findByIdentifierLocked(BundleRegistry &reg, CFStringRef bundleID)
+__CFBundle* findByIdentifierLocked(BundleRegistry& reg, CFStringRef bundleID)
 {
-    for (const auto &entry : reg.mByPath) {
-        __CFBundle *bundle = entry.second;
-        if (bundle->retainCount() > 0 && CFEqual(bundle->infoString(CFSTR("CFBundleIdentifier")), bundleID)) {
+    for (const auto& entry : reg.mByPath) {
+        __CFBundle* bundle = entry.second;
+        if (bundle->retainCount() > 0 &&
+            CFEqual(bundle->infoString(CFSTR("CFBundleIdentifier")), bundleID)) {
             return bundle;
         }
     }
     return nullptr;
 }
 
-const char *legacyLanguageName(const std::string &code)
+const char* legacyLanguageName(const std::string& code)
 {
-    static const std::map<std::string, const char *> kNames = {
-        {"en", "English"}, {"fr", "French"},     {"de", "German"}, {"es", "Spanish"},
-        {"it", "Italian"}, {"ja", "Japanese"},   {"nl", "Dutch"},  {"sv", "Swedish"},
-        {"da", "Danish"},  {"fi", "Finnish"},    {"ko", "Korean"}, {"pt", "Portuguese"}};
+    static const std::map<std::string, const char*> kNames = {
+        {"en", "English"}, {"fr", "French"},   {"de", "German"}, {"es", "Spanish"},
+        {"it", "Italian"}, {"ja", "Japanese"}, {"nl", "Dutch"},  {"sv", "Swedish"},
+        {"da", "Danish"},  {"fi", "Finnish"},  {"ko", "Korean"}, {"pt", "Portuguese"}};
     auto found = kNames.find(code);
     return found != kNames.end() ? found->second : nullptr;
 }
 
 // Language folder names to try, in order: the locale's language (with
 // region, plain, legacy name), the bundle's development region, English.
-std::vector<std::string> languageFolders(const __CFBundle &bundle)
+std::vector<std::string> languageFolders(const __CFBundle& bundle)
 {
     std::vector<std::string> names;
-    auto addLanguage = [&names](const std::string &tag) {
+    auto addLanguage = [&names](const std::string& tag) {
         std::string code = tag.substr(0, tag.find_first_of(".@"));
         if (code.empty() || code == "C" || code == "POSIX") {
             return;
         }
         std::string language = code.substr(0, code.find_first_of("_-"));
-        const std::vector<std::string> forms = {code, language,
-                                                legacyLanguageName(language) ? legacyLanguageName(language) : ""};
-        for (const std::string &form : forms) {
+        const std::vector<std::string> forms = {
+            code, language, legacyLanguageName(language) ? legacyLanguageName(language) : ""};
+        for (const std::string& form : forms) {
             if (!form.empty() && std::find(names.begin(), names.end(), form) == names.end()) {
                 names.push_back(form);
             }
         }
     };
-    for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char *value = std::getenv(variable);
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
         if (value != nullptr && value[0] != '\0') {
             addLanguage(value);
             break;
@@ -229,7 +233,7 @@ std::vector<std::string> languageFolders(const __CFBundle &bundle)
     }
     addLanguage(CFRuntimeUTF8(bundle.infoString(CFSTR("CFBundleDevelopmentRegion"))));
     addLanguage("en");
-    for (std::string &name : names) {
+    for (std::string& name : names) {
         name += ".lproj";
     }
     return names;
@@ -245,14 +249,14 @@ std::string withoutLeadingDot(std::string type)
 __CFBundle::~__CFBundle()
 {
     {
-        BundleRegistry &reg = registry();
+        BundleRegistry& reg = registry();
         std::lock_guard<std::mutex> lock(reg.mMutex);
         auto found = reg.mByPath.find(mPath);
         if (found != reg.mByPath.end() && found->second == this) {
             reg.mByPath.erase(found);
         }
     }
-    for (const auto &entry : mTables) {
+    for (const auto& entry : mTables) {
         CFRelease(entry.second);
     }
     CFRelease(mInfo);
@@ -264,7 +268,7 @@ CFStringRef __CFBundle::infoString(CFStringRef key) const
     return CFGetTypeID(value) == CFStringGetTypeID() ? static_cast<CFStringRef>(value) : nullptr;
 }
 
-CFDictionaryRef __CFBundle::stringsTable(const std::string &lproj, const std::string &table)
+CFDictionaryRef __CFBundle::stringsTable(const std::string& lproj, const std::string& table)
 {
     const std::string folder = lproj.empty() ? resourcesPath() : resourcesPath() + "/" + lproj;
     const std::string key = folder + "/" + table;
@@ -290,14 +294,15 @@ CFTypeID CFBundleGetTypeID(void)
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef bundleURL)
 {
     char path[PATH_MAX];
-    if (!CFURLGetFileSystemRepresentation(bundleURL, true, reinterpret_cast<UInt8 *>(path), sizeof path)) {
+    if (!CFURLGetFileSystemRepresentation(bundleURL, true, reinterpret_cast<UInt8*>(path),
+                                          sizeof path)) {
         return nullptr;
     }
     const std::string folder = canonicalPath(path);
     if (folder.empty() || !isDirectory(folder)) {
         return nullptr;
     }
-    BundleRegistry &reg = registry();
+    BundleRegistry& reg = registry();
     std::lock_guard<std::mutex> lock(reg.mMutex);
     return bundleForPathLocked(reg, folder);
 }
@@ -307,9 +312,9 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID)
     if (CFGetTypeID(bundleID) != CFStringGetTypeID()) {
         return nullptr;
     }
-    BundleRegistry &reg = registry();
+    BundleRegistry& reg = registry();
     std::lock_guard<std::mutex> lock(reg.mMutex);
-    if (__CFBundle *bundle = findByIdentifierLocked(reg, bundleID)) {
+    if (__CFBundle* bundle = findByIdentifierLocked(reg, bundleID)) {
         return bundle;
     }
     examineLoadedObjectsLocked(reg);
@@ -318,46 +323,48 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID)
 
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     return value != nullptr ? value->infoString(CFSTR("CFBundleIdentifier")) : nullptr;
 }
 
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     return value != nullptr ? value->mInfo : nullptr;
 }
 
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     return value != nullptr ? CFDictionaryGetValue(value->mInfo, key) : nullptr;
 }
 
 CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     if (value == nullptr) {
         return nullptr;
     }
-    return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(value->mPath.data()),
-                                                   static_cast<CFIndex>(value->mPath.size()), true);
+    return CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(value->mPath.data()),
+        static_cast<CFIndex>(value->mPath.size()), true);
 }
 
 CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     if (value == nullptr) {
         return nullptr;
     }
     const std::string path = value->resourcesPath();
-    return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(path.data()),
+    return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
+                                                   reinterpret_cast<const UInt8*>(path.data()),
                                                    static_cast<CFIndex>(path.size()), true);
 }
 
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     if (value == nullptr) {
         return nullptr;
     }
@@ -366,13 +373,15 @@ CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle)
         return nullptr;
     }
     const std::string path = value->contentsPath() + "/Linux/" + name;
-    return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(path.data()),
+    return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
+                                                   reinterpret_cast<const UInt8*>(path.data()),
                                                    static_cast<CFIndex>(path.size()), false);
 }
 
-CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName, CFStringRef resourceType, CFStringRef subDirName)
+CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
+                                 CFStringRef resourceType, CFStringRef subDirName)
 {
-    const __CFBundle *value = asBundle(bundle);
+    const __CFBundle* value = asBundle(bundle);
     if (value == nullptr || CFGetTypeID(resourceName) != CFStringGetTypeID()) {
         return nullptr;
     }
@@ -380,37 +389,40 @@ CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName, C
     const std::string file = CFRuntimeUTF8(resourceName) + (type.empty() ? "" : "." + type);
     const std::string subdir = CFRuntimeUTF8(subDirName);
     std::vector<std::string> folders = {""};
-    for (const std::string &lproj : languageFolders(*value)) {
+    for (const std::string& lproj : languageFolders(*value)) {
         folders.push_back(lproj);
     }
-    for (const std::string &lproj : folders) {
+    for (const std::string& lproj : folders) {
         std::string path = value->resourcesPath();
-        for (const std::string &part : {lproj, subdir, file}) {
+        for (const std::string& part : {lproj, subdir, file}) {
             path += part.empty() ? "" : "/" + part;
         }
         struct stat info;
         if (stat(path.c_str(), &info) == 0) {
-            return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(path.data()),
-                                                           static_cast<CFIndex>(path.size()), S_ISDIR(info.st_mode));
+            return CFURLCreateFromFileSystemRepresentation(
+                kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
+                static_cast<CFIndex>(path.size()), S_ISDIR(info.st_mode));
         }
     }
     return nullptr;
 }
 
-CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key, CFStringRef value, CFStringRef tableName)
+CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key, CFStringRef value,
+                                        CFStringRef tableName)
 {
     const bool useValue = CFGetTypeID(value) == CFStringGetTypeID() && CFStringGetLength(value) > 0;
     CFStringRef fallback = useValue ? value : key;
-    __CFBundle *target = asBundle(bundle);
+    __CFBundle* target = asBundle(bundle);
     if (CFGetTypeID(key) != CFStringGetTypeID()) {
-        return useValue ? CFStringCreateCopy(kCFAllocatorDefault, value) : CFRuntimeCreateString("");
+        return useValue ? CFStringCreateCopy(kCFAllocatorDefault, value)
+                        : CFRuntimeCreateString("");
     }
     if (target != nullptr) {
         std::string table = CFRuntimeUTF8(tableName);
         table = table.empty() ? "Localizable" : table;
         std::vector<std::string> folders = languageFolders(*target);
         folders.push_back("");
-        for (const std::string &lproj : folders) {
+        for (const std::string& lproj : folders) {
             CFTypeRef found = CFDictionaryGetValue(target->stringsTable(lproj, table), key);
             if (CFGetTypeID(found) == CFStringGetTypeID()) {
                 return static_cast<CFStringRef>(CFRetain(found));
@@ -422,14 +434,15 @@ CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key, CFS
 
 Boolean CFBundleLoadExecutable(CFBundleRef bundle)
 {
-    __CFBundle *value = asBundle(bundle);
+    __CFBundle* value = asBundle(bundle);
     if (value == nullptr) {
         return false;
     }
     CFURLRef url = CFBundleCopyExecutableURL(bundle);
     char path[PATH_MAX];
-    const bool havePath = url != nullptr &&
-                          CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8 *>(path), sizeof path);
+    const bool havePath =
+        url != nullptr &&
+        CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path), sizeof path);
     CFRelease(url);
     // The executable stays loaded for the life of the process, even after the
     // bundle is released: its code may still be running or referenced.
@@ -440,10 +453,11 @@ Boolean CFBundleLoadExecutable(CFBundleRef bundle)
     return value->mHandle != nullptr;
 }
 
-void *CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName)
+void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName)
 {
-    __CFBundle *value = asBundle(bundle);
-    if (value == nullptr || CFGetTypeID(functionName) != CFStringGetTypeID() || !CFBundleLoadExecutable(bundle)) {
+    __CFBundle* value = asBundle(bundle);
+    if (value == nullptr || CFGetTypeID(functionName) != CFStringGetTypeID() ||
+        !CFBundleLoadExecutable(bundle)) {
         return nullptr;
     }
     const std::string name = CFRuntimeUTF8(functionName);

@@ -6,15 +6,16 @@
 #include <cstring>
 #include <vector>
 
-struct __CFData final : CFRuntimeBase {
+struct __CFData final : CFRuntimeBase
+{
     __CFData(std::vector<UInt8> bytes, bool isMutable)
         : CFRuntimeBase(kCFRuntimeTypeIDData, false), mBytes(std::move(bytes)), mMutable(isMutable)
     {
     }
 
-    bool equals(const CFRuntimeBase &other) const override
+    bool equals(const CFRuntimeBase& other) const override
     {
-        return mBytes == static_cast<const __CFData &>(other).mBytes;
+        return mBytes == static_cast<const __CFData&>(other).mBytes;
     }
     CFHashCode hash() const override
     {
@@ -44,21 +45,22 @@ struct __CFData final : CFRuntimeBase {
 
 namespace {
 
-__CFData *asData(CFTypeRef cf)
+__CFData* asData(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFData>(cf, kCFRuntimeTypeIDData);
 }
 
-__CFData *asMutableData(CFTypeRef cf)
+__CFData* asMutableData(CFTypeRef cf)
 {
-    __CFData *data = asData(cf);
+    __CFData* data = asData(cf);
     return data != nullptr && data->mMutable ? data : nullptr;
 }
 
-bool validRange(const __CFData &data, CFRange range)
+bool validRange(const __CFData& data, CFRange range)
 {
     return range.location >= 0 && range.length >= 0 &&
-           static_cast<size_t>(range.location) + static_cast<size_t>(range.length) <= data.mBytes.size();
+           static_cast<size_t>(range.location) + static_cast<size_t>(range.length) <=
+               data.mBytes.size();
 }
 
 } // namespace
@@ -68,17 +70,18 @@ CFTypeID CFDataGetTypeID(void)
     return kCFRuntimeTypeIDData;
 }
 
-CFDataRef CFDataCreate(CFAllocatorRef, const UInt8 *bytes, CFIndex length)
+CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length)
 {
     if (length < 0 || (bytes == nullptr && length > 0)) {
         return nullptr;
     }
-    return new __CFData(length > 0 ? std::vector<UInt8>(bytes, bytes + length) : std::vector<UInt8>(), false);
+    return new __CFData(
+        length > 0 ? std::vector<UInt8>(bytes, bytes + length) : std::vector<UInt8>(), false);
 }
 
 CFDataRef CFDataCreateCopy(CFAllocatorRef, CFDataRef theData)
 {
-    const __CFData *data = asData(theData);
+    const __CFData* data = asData(theData);
     if (data == nullptr) {
         return nullptr;
     }
@@ -98,39 +101,40 @@ CFMutableDataRef CFDataCreateMutable(CFAllocatorRef, CFIndex capacity)
 
 CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef, CFIndex, CFDataRef theData)
 {
-    const __CFData *data = asData(theData);
+    const __CFData* data = asData(theData);
     return new __CFData(data != nullptr ? data->mBytes : std::vector<UInt8>(), true);
 }
 
 CFIndex CFDataGetLength(CFDataRef theData)
 {
-    const __CFData *data = asData(theData);
+    const __CFData* data = asData(theData);
     return data != nullptr ? static_cast<CFIndex>(data->mBytes.size()) : 0;
 }
 
-const UInt8 *CFDataGetBytePtr(CFDataRef theData)
+const UInt8* CFDataGetBytePtr(CFDataRef theData)
 {
-    const __CFData *data = asData(theData);
+    const __CFData* data = asData(theData);
     return data != nullptr ? data->mBytes.data() : nullptr;
 }
 
-UInt8 *CFDataGetMutableBytePtr(CFMutableDataRef theData)
+UInt8* CFDataGetMutableBytePtr(CFMutableDataRef theData)
 {
-    __CFData *data = asMutableData(theData);
+    __CFData* data = asMutableData(theData);
     return data != nullptr ? data->mBytes.data() : nullptr;
 }
 
-void CFDataGetBytes(CFDataRef theData, CFRange range, UInt8 *buffer)
+void CFDataGetBytes(CFDataRef theData, CFRange range, UInt8* buffer)
 {
-    const __CFData *data = asData(theData);
+    const __CFData* data = asData(theData);
     if (data != nullptr && buffer != nullptr && validRange(*data, range) && range.length > 0) {
-        std::memcpy(buffer, data->mBytes.data() + range.location, static_cast<size_t>(range.length));
+        std::memcpy(buffer, data->mBytes.data() + range.location,
+                    static_cast<size_t>(range.length));
     }
 }
 
-void CFDataAppendBytes(CFMutableDataRef theData, const UInt8 *bytes, CFIndex length)
+void CFDataAppendBytes(CFMutableDataRef theData, const UInt8* bytes, CFIndex length)
 {
-    __CFData *data = asMutableData(theData);
+    __CFData* data = asMutableData(theData);
     if (data != nullptr && bytes != nullptr && length > 0) {
         // Copy first: the bytes may come from this very buffer.
         const std::vector<UInt8> chunk(bytes, bytes + length);
@@ -140,7 +144,7 @@ void CFDataAppendBytes(CFMutableDataRef theData, const UInt8 *bytes, CFIndex len
 
 void CFDataSetLength(CFMutableDataRef theData, CFIndex length)
 {
-    __CFData *data = asMutableData(theData);
+    __CFData* data = asMutableData(theData);
     if (data != nullptr && length >= 0) {
         data->mBytes.resize(static_cast<size_t>(length), 0);
     }
@@ -148,7 +152,7 @@ void CFDataSetLength(CFMutableDataRef theData, CFIndex length)
 
 void CFDataIncreaseLength(CFMutableDataRef theData, CFIndex extraLength)
 {
-    __CFData *data = asMutableData(theData);
+    __CFData* data = asMutableData(theData);
     if (data != nullptr && extraLength > 0) {
         data->mBytes.resize(data->mBytes.size() + static_cast<size_t>(extraLength), 0);
     }

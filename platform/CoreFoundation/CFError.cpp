@@ -2,7 +2,8 @@
 // functions make them.
 #include "CFRuntimeBase.h"
 
-struct __CFError final : CFRuntimeBase {
+struct __CFError final : CFRuntimeBase
+{
     __CFError(CFIndex code, std::string text)
         : CFRuntimeBase(kCFRuntimeTypeIDError, false), mCode(code), mText(std::move(text))
     {
@@ -16,14 +17,14 @@ struct __CFError final : CFRuntimeBase {
 
 namespace {
 
-__CFError *asError(CFTypeRef cf)
+__CFError* asError(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFError>(cf, kCFRuntimeTypeIDError);
 }
 
 } // namespace
 
-CFErrorRef CFRuntimeCreateError(CFIndex code, const std::string &description)
+CFErrorRef CFRuntimeCreateError(CFIndex code, const std::string& description)
 {
     return new __CFError(code, description);
 }
@@ -35,7 +36,7 @@ CFTypeID CFErrorGetTypeID(void)
 
 CFIndex CFErrorGetCode(CFErrorRef err)
 {
-    const __CFError *error = asError(err);
+    const __CFError* error = asError(err);
     return error != nullptr ? error->mCode : 0;
 }
 
@@ -46,6 +47,6 @@ CFStringRef CFErrorGetDomain(CFErrorRef err)
 
 CFStringRef CFErrorCopyDescription(CFErrorRef err)
 {
-    const __CFError *error = asError(err);
+    const __CFError* error = asError(err);
     return error != nullptr ? CFRuntimeCreateString(error->mText) : nullptr;
 }

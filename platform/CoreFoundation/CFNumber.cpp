@@ -65,23 +65,20 @@ bool isFloatType(CFNumberType canonical)
     return canonical == kCFNumberFloat32Type || canonical == kCFNumberFloat64Type;
 }
 
-template <class T>
-T readValue(const void *valuePtr)
+template <class T> T readValue(const void* valuePtr)
 {
     T value;
     std::memcpy(&value, valuePtr, sizeof value);
     return value;
 }
 
-template <class T>
-void writeValue(void *valuePtr, T value)
+template <class T> void writeValue(void* valuePtr, T value)
 {
     std::memcpy(valuePtr, &value, sizeof value);
 }
 
 // Integer of width T from a 64-bit integer: low bits, exact when in range.
-template <class T>
-bool integerFromInteger(SInt64 value, void *valuePtr)
+template <class T> bool integerFromInteger(SInt64 value, void* valuePtr)
 {
     const auto narrowed = static_cast<T>(static_cast<UInt64>(value));
     writeValue(valuePtr, narrowed);
@@ -89,8 +86,7 @@ bool integerFromInteger(SInt64 value, void *valuePtr)
 }
 
 // Integer of width T from a real: cut toward zero, clamped, NaN gives 0.
-template <class T>
-bool integerFromReal(double value, void *valuePtr)
+template <class T> bool integerFromReal(double value, void* valuePtr)
 {
     if (std::isnan(value)) {
         writeValue(valuePtr, T(0));
@@ -111,7 +107,7 @@ bool integerFromReal(double value, void *valuePtr)
 }
 
 // A real as a 64-bit integer when it is one exactly.
-bool realIsInteger(double value, SInt64 &integer)
+bool realIsInteger(double value, SInt64& integer)
 {
     if (std::isnan(value) || value != std::trunc(value) || value < -kTwoTo63 || value >= kTwoTo63) {
         return false;
@@ -127,18 +123,20 @@ CFHashCode hashInteger(SInt64 value)
 
 } // namespace
 
-struct __CFNumber final : CFRuntimeBase {
+struct __CFNumber final : CFRuntimeBase
+{
     __CFNumber(CFNumberType canonical, SInt64 integer, double real)
-        : CFRuntimeBase(kCFRuntimeTypeIDNumber, false), mType(canonical), mInteger(integer), mReal(real)
+        : CFRuntimeBase(kCFRuntimeTypeIDNumber, false), mType(canonical), mInteger(integer),
+          mReal(real)
     {
     }
 
     bool isFloat() const { return isFloatType(mType); }
-    int compare(const __CFNumber &other) const;
+    int compare(const __CFNumber& other) const;
 
-    bool equals(const CFRuntimeBase &other) const override
+    bool equals(const CFRuntimeBase& other) const override
     {
-        return compare(static_cast<const __CFNumber &>(other)) == 0;
+        return compare(static_cast<const __CFNumber&>(other)) == 0;
     }
     CFHashCode hash() const override;
     std::string description() const override;
@@ -150,7 +148,10 @@ struct __CFNumber final : CFRuntimeBase {
 
 namespace {
 
-int sign(double difference) { return difference < 0 ? -1 : difference > 0 ? 1 : 0; }
+int sign(double difference)
+{
+    return difference < 0 ? -1 : difference > 0 ? 1 : 0;
+}
 
 // Orders an integer against a real without rounding either; NaN sorts first
 // and equals itself.
@@ -173,14 +174,14 @@ int compareIntegerToReal(SInt64 integer, double real)
     return -sign(real - cut);
 }
 
-__CFNumber *asNumber(CFTypeRef cf)
+__CFNumber* asNumber(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFNumber>(cf, kCFRuntimeTypeIDNumber);
 }
 
 } // namespace
 
-int __CFNumber::compare(const __CFNumber &other) const
+int __CFNumber::compare(const __CFNumber& other) const
 {
     if (!isFloat() && !other.isFloat()) {
         return mInteger < other.mInteger ? -1 : mInteger > other.mInteger ? 1 : 0;
@@ -191,7 +192,8 @@ int __CFNumber::compare(const __CFNumber &other) const
         }
         return sign(mReal - other.mReal);
     }
-    return isFloat() ? -compareIntegerToReal(other.mInteger, mReal) : compareIntegerToReal(mInteger, other.mReal);
+    return isFloat() ? -compareIntegerToReal(other.mInteger, mReal)
+                     : compareIntegerToReal(mInteger, other.mReal);
 }
 
 CFHashCode __CFNumber::hash() const
@@ -227,7 +229,7 @@ CFTypeID CFNumberGetTypeID(void)
     return kCFRuntimeTypeIDNumber;
 }
 
-CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType theType, const void *valuePtr)
+CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType theType, const void* valuePtr)
 {
     const CFNumberType canonical = canonicalType(theType);
     if (canonical == 0 || valuePtr == nullptr) {
@@ -251,25 +253,25 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType theType, const void *val
 
 CFNumberType CFNumberGetType(CFNumberRef number)
 {
-    const __CFNumber *value = asNumber(number);
+    const __CFNumber* value = asNumber(number);
     return value != nullptr ? value->mType : 0;
 }
 
 CFIndex CFNumberGetByteSize(CFNumberRef number)
 {
-    const __CFNumber *value = asNumber(number);
+    const __CFNumber* value = asNumber(number);
     return value != nullptr ? byteSize(value->mType) : 0;
 }
 
 Boolean CFNumberIsFloatType(CFNumberRef number)
 {
-    const __CFNumber *value = asNumber(number);
+    const __CFNumber* value = asNumber(number);
     return value != nullptr && value->isFloat();
 }
 
-Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePtr)
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr)
 {
-    const __CFNumber *value = asNumber(number);
+    const __CFNumber* value = asNumber(number);
     const CFNumberType target = canonicalType(theType);
     if (value == nullptr || target == 0 || valuePtr == nullptr) {
         return false;
@@ -312,7 +314,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
         // without a narrowing cast, which would be undefined there.
         const double largest = std::numeric_limits<Float32>::max();
         const Float32 narrowed = std::isfinite(real) && std::fabs(real) > largest
-                                     ? std::copysign(std::numeric_limits<Float32>::infinity(), static_cast<Float32>(sign(real)))
+                                     ? std::copysign(std::numeric_limits<Float32>::infinity(),
+                                                     static_cast<Float32>(sign(real)))
                                      : static_cast<Float32>(real);
         writeValue(valuePtr, narrowed);
         return static_cast<double>(narrowed) == real || std::isnan(real);
@@ -323,12 +326,14 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
     }
 }
 
-CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber, void *)
+CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber, void*)
 {
-    const __CFNumber *first = asNumber(number);
-    const __CFNumber *second = asNumber(otherNumber);
+    const __CFNumber* first = asNumber(number);
+    const __CFNumber* second = asNumber(otherNumber);
     if (first == nullptr || second == nullptr) {
-        return first == second ? kCFCompareEqualTo : first == nullptr ? kCFCompareLessThan : kCFCompareGreaterThan;
+        return first == second    ? kCFCompareEqualTo
+               : first == nullptr ? kCFCompareLessThan
+                                  : kCFCompareGreaterThan;
     }
     return first->compare(*second);
 }

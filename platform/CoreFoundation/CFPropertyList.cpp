@@ -19,13 +19,15 @@ namespace {
 // Deeper trees are refused rather than risking the stack.
 constexpr int kMaxDepth = 512;
 
-struct PlistFree {
-    void operator()(void *node) const { plist_free(static_cast<plist_t>(node)); }
+struct PlistFree
+{
+    void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
 };
 using PlistPtr = std::unique_ptr<void, PlistFree>;
 
-struct CFReleaser {
-    void operator()(const void *object) const { CFRelease(object); }
+struct CFReleaser
+{
+    void operator()(const void* object) const { CFRelease(object); }
 };
 using CFPtr = std::unique_ptr<const void, CFReleaser>;
 
@@ -35,8 +37,8 @@ bool isValidTree(CFTypeRef object, int depth)
     if (depth > kMaxDepth) {
         return false;
     }
-    if (type == CFStringGetTypeID() || type == CFNumberGetTypeID() || type == CFBooleanGetTypeID() ||
-        type == CFDataGetTypeID()) {
+    if (type == CFStringGetTypeID() || type == CFNumberGetTypeID() ||
+        type == CFBooleanGetTypeID() || type == CFDataGetTypeID()) {
         return true;
     }
     if (type == CFArrayGetTypeID()) {
@@ -51,8 +53,8 @@ bool isValidTree(CFTypeRef object, int depth)
     if (type == CFDictionaryGetTypeID()) {
         const auto dict = static_cast<CFDictionaryRef>(object);
         const CFIndex count = CFDictionaryGetCount(dict);
-        std::vector<const void *> keys(static_cast<size_t>(count));
-        std::vector<const void *> values(static_cast<size_t>(count));
+        std::vector<const void*> keys(static_cast<size_t>(count));
+        std::vector<const void*> values(static_cast<size_t>(count));
         CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
         for (CFIndex i = 0; i < count; ++i) {
             if (CFGetTypeID(keys[static_cast<size_t>(i)]) != CFStringGetTypeID() ||
@@ -88,7 +90,7 @@ plist_t toNode(CFTypeRef object)
     }
     if (type == CFDataGetTypeID()) {
         const auto data = static_cast<CFDataRef>(object);
-        return plist_new_data(reinterpret_cast<const char *>(CFDataGetBytePtr(data)),
+        return plist_new_data(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
                               static_cast<uint64_t>(CFDataGetLength(data)));
     }
     if (type == CFArrayGetTypeID()) {
@@ -101,18 +103,18 @@ plist_t toNode(CFTypeRef object)
     }
     const auto dict = static_cast<CFDictionaryRef>(object);
     const CFIndex count = CFDictionaryGetCount(dict);
-    std::vector<const void *> keys(static_cast<size_t>(count));
-    std::vector<const void *> values(static_cast<size_t>(count));
+    std::vector<const void*> keys(static_cast<size_t>(count));
+    std::vector<const void*> values(static_cast<size_t>(count));
     CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
-    std::vector<std::pair<std::string, const void *>> entries;
+    std::vector<std::pair<std::string, const void*>> entries;
     for (CFIndex i = 0; i < count; ++i) {
         entries.emplace_back(CFRuntimeUTF8(static_cast<CFStringRef>(keys[static_cast<size_t>(i)])),
                              values[static_cast<size_t>(i)]);
     }
     std::sort(entries.begin(), entries.end(),
-              [](const auto &a, const auto &b) { return a.first < b.first; });
+              [](const auto& a, const auto& b) { return a.first < b.first; });
     plist_t node = plist_new_dict();
-    for (const auto &entry : entries) {
+    for (const auto& entry : entries) {
         plist_dict_set_item(node, entry.first.c_str(), toNode(entry.second));
     }
     return node;
@@ -145,25 +147,30 @@ CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
     }
     case PLIST_STRING: {
         uint64_t length = 0;
-        const char *text = plist_get_string_ptr(node, &length);
-        CFPtr string(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(text),
-                                             static_cast<CFIndex>(length), kCFStringEncodingUTF8, false));
+        const char* text = plist_get_string_ptr(node, &length);
+        CFPtr string(
+            CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text),
+                                    static_cast<CFIndex>(length), kCFStringEncodingUTF8, false));
         if (string && mutableLeaves) {
-            return CFStringCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFStringRef>(string.get()));
+            return CFStringCreateMutableCopy(kCFAllocatorDefault, 0,
+                                             static_cast<CFStringRef>(string.get()));
         }
         return string.release();
     }
     case PLIST_DATA: {
         uint64_t length = 0;
-        const char *bytes = plist_get_data_ptr(node, &length);
-        CFPtr data(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(bytes), static_cast<CFIndex>(length)));
+        const char* bytes = plist_get_data_ptr(node, &length);
+        CFPtr data(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes),
+                                static_cast<CFIndex>(length)));
         if (data && mutableLeaves) {
-            return CFDataCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDataRef>(data.get()));
+            return CFDataCreateMutableCopy(kCFAllocatorDefault, 0,
+                                           static_cast<CFDataRef>(data.get()));
         }
         return data.release();
     }
     case PLIST_ARRAY: {
-        CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+        CFMutableArrayRef array =
+            CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
         CFPtr owner(array);
         const uint32_t count = plist_array_get_size(node);
         for (uint32_t i = 0; i < count; ++i) {
@@ -176,14 +183,15 @@ CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
         return mutableContainers ? owner.release() : CFArrayCreateCopy(kCFAllocatorDefault, array);
     }
     case PLIST_DICT: {
-        CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                                &kCFTypeDictionaryValueCallBacks);
+        CFMutableDictionaryRef dict =
+            CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                      &kCFTypeDictionaryValueCallBacks);
         CFPtr owner(dict);
         plist_dict_iter iter = nullptr;
         plist_dict_new_iter(node, &iter);
         bool complete = iter != nullptr;
         while (complete) {
-            char *keyText = nullptr;
+            char* keyText = nullptr;
             plist_t value = nullptr;
             plist_dict_next_item(node, iter, &keyText, &value);
             if (value == nullptr) {
@@ -203,14 +211,15 @@ CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
         if (!complete) {
             return nullptr;
         }
-        return mutableContainers ? owner.release() : CFDictionaryCreateCopy(kCFAllocatorDefault, dict);
+        return mutableContainers ? owner.release()
+                                 : CFDictionaryCreateCopy(kCFAllocatorDefault, dict);
     }
     default:
         return nullptr;
     }
 }
 
-void reportError(CFErrorRef *error, CFIndex code, const char *description)
+void reportError(CFErrorRef* error, CFIndex code, const char* description)
 {
     if (error != nullptr) {
         *error = CFRuntimeCreateError(code, description);
@@ -223,19 +232,23 @@ CFTypeRef deepCopy(CFTypeRef object, CFOptionFlags options)
     const bool mutableContainers = options != kCFPropertyListImmutable;
     const bool mutableLeaves = options == kCFPropertyListMutableContainersAndLeaves;
     if (type == CFStringGetTypeID()) {
-        return mutableLeaves ? CFStringCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFStringRef>(object))
-                             : CFStringCreateCopy(kCFAllocatorDefault, static_cast<CFStringRef>(object));
+        return mutableLeaves
+                   ? CFStringCreateMutableCopy(kCFAllocatorDefault, 0,
+                                               static_cast<CFStringRef>(object))
+                   : CFStringCreateCopy(kCFAllocatorDefault, static_cast<CFStringRef>(object));
     }
     if (type == CFDataGetTypeID()) {
-        return mutableLeaves ? CFDataCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDataRef>(object))
-                             : CFDataCreateCopy(kCFAllocatorDefault, static_cast<CFDataRef>(object));
+        return mutableLeaves
+                   ? CFDataCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDataRef>(object))
+                   : CFDataCreateCopy(kCFAllocatorDefault, static_cast<CFDataRef>(object));
     }
     if (type == CFNumberGetTypeID() || type == CFBooleanGetTypeID()) {
         return CFRetain(object);
     }
     if (type == CFArrayGetTypeID()) {
         const auto source = static_cast<CFArrayRef>(object);
-        CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+        CFMutableArrayRef array =
+            CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
         CFPtr owner(array);
         for (CFIndex i = 0; i < CFArrayGetCount(source); ++i) {
             CFPtr item(deepCopy(CFArrayGetValueAtIndex(source, i), options));
@@ -245,11 +258,11 @@ CFTypeRef deepCopy(CFTypeRef object, CFOptionFlags options)
     }
     const auto source = static_cast<CFDictionaryRef>(object);
     const CFIndex count = CFDictionaryGetCount(source);
-    std::vector<const void *> keys(static_cast<size_t>(count));
-    std::vector<const void *> values(static_cast<size_t>(count));
+    std::vector<const void*> keys(static_cast<size_t>(count));
+    std::vector<const void*> values(static_cast<size_t>(count));
     CFDictionaryGetKeysAndValues(source, keys.data(), values.data());
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                            &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFPtr owner(dict);
     for (size_t i = 0; i < keys.size(); ++i) {
         CFPtr key(CFStringCreateCopy(kCFAllocatorDefault, static_cast<CFStringRef>(keys[i])));
@@ -261,19 +274,21 @@ CFTypeRef deepCopy(CFTypeRef object, CFOptionFlags options)
 
 } // namespace
 
-CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyList, CFPropertyListFormat format,
-                                   CFOptionFlags, CFErrorRef *error)
+CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyList,
+                                   CFPropertyListFormat format, CFOptionFlags, CFErrorRef* error)
 {
     if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
-        reportError(error, kCFPropertyListWriteInvalidError, "Property lists are written only as XML or binary.");
+        reportError(error, kCFPropertyListWriteInvalidError,
+                    "Property lists are written only as XML or binary.");
         return nullptr;
     }
     if (propertyList == nullptr || !isValidTree(propertyList, 0)) {
-        reportError(error, kCFPropertyListWriteInvalidError, "The object is not a valid property list.");
+        reportError(error, kCFPropertyListWriteInvalidError,
+                    "The object is not a valid property list.");
         return nullptr;
     }
     PlistPtr root(toNode(propertyList));
-    char *bytes = nullptr;
+    char* bytes = nullptr;
     uint32_t length = 0;
     if (format == kCFPropertyListXMLFormat_v1_0) {
         plist_to_xml(static_cast<plist_t>(root.get()), &bytes, &length);
@@ -281,10 +296,12 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyLis
         plist_to_bin(static_cast<plist_t>(root.get()), &bytes, &length);
     }
     if (bytes == nullptr) {
-        reportError(error, kCFPropertyListWriteInvalidError, "The property list could not be serialised.");
+        reportError(error, kCFPropertyListWriteInvalidError,
+                    "The property list could not be serialised.");
         return nullptr;
     }
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(bytes), static_cast<CFIndex>(length));
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes),
+                                  static_cast<CFIndex>(length));
     if (format == kCFPropertyListXMLFormat_v1_0) {
         plist_to_xml_free(bytes);
     } else {
@@ -293,8 +310,9 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef propertyLis
     return data;
 }
 
-CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, CFOptionFlags options,
-                                               CFPropertyListFormat *format, CFErrorRef *error)
+CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
+                                               CFOptionFlags options, CFPropertyListFormat* format,
+                                               CFErrorRef* error)
 {
     const CFIndex length = CFDataGetLength(data);
     if (CFGetTypeID(data) != CFDataGetTypeID() || length <= 0 ||
@@ -303,7 +321,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, C
         reportError(error, kCFPropertyListReadCorruptError, "The data is not a property list.");
         return nullptr;
     }
-    const auto *bytes = reinterpret_cast<const char *>(CFDataGetBytePtr(data));
+    const auto* bytes = reinterpret_cast<const char*>(CFDataGetBytePtr(data));
     const auto size = static_cast<uint32_t>(length);
     const bool binary = plist_is_binary(bytes, size) != 0;
     plist_t parsed = nullptr;
@@ -315,7 +333,8 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, C
     }
     CFPropertyListRef result = fromNode(parsed, options, 0);
     if (result == nullptr) {
-        reportError(error, kCFPropertyListReadCorruptError, "The property list holds an unsupported type.");
+        reportError(error, kCFPropertyListReadCorruptError,
+                    "The property list holds an unsupported type.");
         return nullptr;
     }
     if (format != nullptr) {
@@ -324,9 +343,11 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, C
     return result;
 }
 
-CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef propertyList, CFOptionFlags mutabilityOption)
+CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef propertyList,
+                                               CFOptionFlags mutabilityOption)
 {
-    if (propertyList == nullptr || !isValidTree(propertyList, 0) || mutabilityOption > kCFPropertyListMutableContainersAndLeaves) {
+    if (propertyList == nullptr || !isValidTree(propertyList, 0) ||
+        mutabilityOption > kCFPropertyListMutableContainersAndLeaves) {
         return nullptr;
     }
     return deepCopy(propertyList, mutabilityOption);
@@ -335,6 +356,7 @@ CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef
 Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format)
 {
     return plist != nullptr &&
-           (format == kCFPropertyListXMLFormat_v1_0 || format == kCFPropertyListBinaryFormat_v1_0) &&
+           (format == kCFPropertyListXMLFormat_v1_0 ||
+            format == kCFPropertyListBinaryFormat_v1_0) &&
            isValidTree(plist, 0);
 }

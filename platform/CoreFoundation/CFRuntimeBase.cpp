@@ -51,7 +51,8 @@ CFHashCode CFRuntimeBase::hash() const
 std::string CFRuntimeBase::description() const
 {
     char text[64];
-    std::snprintf(text, sizeof text, "<object %p type %lu>", static_cast<const void *>(this), mTypeID);
+    std::snprintf(text, sizeof text, "<object %p type %lu>", static_cast<const void*>(this),
+                  mTypeID);
     return text;
 }
 
@@ -60,10 +61,11 @@ std::string CFRuntimeUTF8(CFStringRef string)
     if (string == nullptr) {
         return std::string();
     }
-    if (const char *direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) {
+    if (const char* direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) {
         return direct;
     }
-    const CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
+    const CFIndex size =
+        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
     std::vector<char> buffer(static_cast<size_t>(size));
     if (!CFStringGetCString(string, buffer.data(), size, kCFStringEncodingUTF8)) {
         return std::string();
@@ -71,7 +73,7 @@ std::string CFRuntimeUTF8(CFStringRef string)
     return buffer.data();
 }
 
-std::string CFRuntimeIndent(const std::string &text)
+std::string CFRuntimeIndent(const std::string& text)
 {
     std::string out;
     for (char c : text) {
@@ -83,8 +85,8 @@ std::string CFRuntimeIndent(const std::string &text)
     return out;
 }
 
-CFStringRef CFRuntimeCreateString(const std::string &utf8)
+CFStringRef CFRuntimeCreateString(const std::string& utf8)
 {
-    return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(utf8.data()),
+    return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
                                    static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false);
 }

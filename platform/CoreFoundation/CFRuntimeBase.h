@@ -10,7 +10,8 @@
 #include <string>
 
 // Fixed type identifiers; 0 is never a valid type.
-enum : CFTypeID {
+enum : CFTypeID
+{
     kCFRuntimeTypeIDString = 1,
     kCFRuntimeTypeIDNumber,
     kCFRuntimeTypeIDBoolean,
@@ -23,10 +24,11 @@ enum : CFTypeID {
     kCFRuntimeTypeIDCount
 };
 
-class CFRuntimeBase {
+class CFRuntimeBase
+{
 public:
-    CFRuntimeBase(const CFRuntimeBase &) = delete;
-    CFRuntimeBase &operator=(const CFRuntimeBase &) = delete;
+    CFRuntimeBase(const CFRuntimeBase&) = delete;
+    CFRuntimeBase& operator=(const CFRuntimeBase&) = delete;
     virtual ~CFRuntimeBase() = default;
 
     CFTypeID typeID() const { return mTypeID; }
@@ -41,16 +43,15 @@ public:
     CFIndex retainCount() const;
 
     // Called only with an object of the same type identifier.
-    virtual bool equals(const CFRuntimeBase &other) const { return this == &other; }
+    virtual bool equals(const CFRuntimeBase& other) const { return this == &other; }
     virtual CFHashCode hash() const;
     virtual std::string description() const;
 
     // The object behind cf when it has type typeID, else nullptr.
-    template <class T>
-    static T *cast(CFTypeRef cf, CFTypeID typeID)
+    template <class T> static T* cast(CFTypeRef cf, CFTypeID typeID)
     {
-        auto *base = static_cast<CFRuntimeBase *>(const_cast<void *>(cf));
-        return base != nullptr && base->mTypeID == typeID ? static_cast<T *>(base) : nullptr;
+        auto* base = static_cast<CFRuntimeBase*>(const_cast<void*>(cf));
+        return base != nullptr && base->mTypeID == typeID ? static_cast<T*>(base) : nullptr;
     }
 
 protected:
@@ -68,10 +69,10 @@ std::string CFRuntimeUTF8(CFStringRef string);
 
 // text with every line after the first indented by four spaces, for
 // descriptions nested in a container's description.
-std::string CFRuntimeIndent(const std::string &text);
+std::string CFRuntimeIndent(const std::string& text);
 
 // Owned string from UTF-8 bytes (invalid sequences make NULL).
-CFStringRef CFRuntimeCreateString(const std::string &utf8);
+CFStringRef CFRuntimeCreateString(const std::string& utf8);
 
 // Owned error with code and description, in the property-list domain.
-CFErrorRef CFRuntimeCreateError(CFIndex code, const std::string &description);
+CFErrorRef CFRuntimeCreateError(CFIndex code, const std::string& description);

@@ -13,7 +13,8 @@
 #include <string>
 #include <unordered_map>
 
-struct __CFString final : CFRuntimeBase {
+struct __CFString final : CFRuntimeBase
+{
     __CFString(std::u16string units, bool isMutable, bool immortal)
         : CFRuntimeBase(kCFRuntimeTypeIDString, immortal), mMutable(isMutable)
     {
@@ -21,11 +22,11 @@ struct __CFString final : CFRuntimeBase {
     }
 
     void assign(std::u16string units);
-    void append(const std::u16string &units);
+    void append(const std::u16string& units);
 
-    bool equals(const CFRuntimeBase &other) const override
+    bool equals(const CFRuntimeBase& other) const override
     {
-        return mUnits == static_cast<const __CFString &>(other).mUnits;
+        return mUnits == static_cast<const __CFString&>(other).mUnits;
     }
     CFHashCode hash() const override;
     std::string description() const override { return mUTF8; }
@@ -46,10 +47,16 @@ namespace {
 
 constexpr char16_t kReplacementCharacter = 0xFFFD;
 
-bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHighSurrogate(char32_t unit)
+{
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(char32_t unit)
+{
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
-void appendUTF8(std::string &out, char32_t code)
+void appendUTF8(std::string& out, char32_t code)
 {
     if (code < 0x80) {
         out += static_cast<char>(code);
@@ -68,7 +75,7 @@ void appendUTF8(std::string &out, char32_t code)
     }
 }
 
-void appendUTF16(std::u16string &out, char32_t code)
+void appendUTF16(std::u16string& out, char32_t code)
 {
     if (code < 0x10000) {
         out += static_cast<char16_t>(code);
@@ -81,7 +88,7 @@ void appendUTF16(std::u16string &out, char32_t code)
 
 // Strict UTF-8 decoding: overlong forms, encoded surrogates and values above
 // U+10FFFF are rejected.
-bool decodeUTF8(const UInt8 *bytes, size_t length, std::u16string &out)
+bool decodeUTF8(const UInt8* bytes, size_t length, std::u16string& out)
 {
     size_t i = 0;
     while (i < length) {
@@ -123,7 +130,7 @@ bool decodeUTF8(const UInt8 *bytes, size_t length, std::u16string &out)
     return true;
 }
 
-bool decodeUTF16(const UInt8 *bytes, size_t length, bool bigEndian, std::u16string &out)
+bool decodeUTF16(const UInt8* bytes, size_t length, bool bigEndian, std::u16string& out)
 {
     if (length % 2 != 0) {
         return false;
@@ -136,7 +143,8 @@ bool decodeUTF16(const UInt8 *bytes, size_t length, bool bigEndian, std::u16stri
     return true;
 }
 
-bool decodeBytes(const UInt8 *bytes, size_t length, CFStringEncoding encoding, bool external, std::u16string &out)
+bool decodeBytes(const UInt8* bytes, size_t length, CFStringEncoding encoding, bool external,
+                 std::u16string& out)
 {
     switch (encoding) {
     case kCFStringEncodingUTF8:
@@ -163,7 +171,8 @@ bool decodeBytes(const UInt8 *bytes, size_t length, CFStringEncoding encoding, b
         // A byte-order mark decides; without one, external bytes are
         // big-endian and in-memory ones are in the machine's order.
         bool bigEndian = external || __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
-        if (length >= 2 && ((bytes[0] == 0xFE && bytes[1] == 0xFF) || (bytes[0] == 0xFF && bytes[1] == 0xFE))) {
+        if (length >= 2 &&
+            ((bytes[0] == 0xFE && bytes[1] == 0xFF) || (bytes[0] == 0xFF && bytes[1] == 0xFE))) {
             bigEndian = bytes[0] == 0xFE;
             bytes += 2;
             length -= 2;
@@ -181,7 +190,7 @@ bool decodeBytes(const UInt8 *bytes, size_t length, CFStringEncoding encoding, b
 
 // Bytes of the string in a single-byte-per-unit or UTF-8 encoding; false when
 // a unit cannot be represented.
-bool encodeBytes(const __CFString &string, CFStringEncoding encoding, std::string &out)
+bool encodeBytes(const __CFString& string, CFStringEncoding encoding, std::string& out)
 {
     switch (encoding) {
     case kCFStringEncodingUTF8:
@@ -205,14 +214,14 @@ bool encodeBytes(const __CFString &string, CFStringEncoding encoding, std::strin
     }
 }
 
-__CFString *asString(CFTypeRef cf)
+__CFString* asString(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFString>(cf, kCFRuntimeTypeIDString);
 }
 
-__CFString *asMutableString(CFTypeRef cf)
+__CFString* asMutableString(CFTypeRef cf)
 {
-    __CFString *string = asString(cf);
+    __CFString* string = asString(cf);
     return string != nullptr && string->mMutable ? string : nullptr;
 }
 
@@ -224,11 +233,14 @@ char16_t foldCase(char16_t unit)
     return unit;
 }
 
-bool isDigit(char16_t unit) { return unit >= u'0' && unit <= u'9'; }
+bool isDigit(char16_t unit)
+{
+    return unit >= u'0' && unit <= u'9';
+}
 
 // Compares the digit runs starting at a[i] and b[j] by value and moves both
 // indices past them.
-int compareDigitRuns(const std::u16string &a, size_t &i, const std::u16string &b, size_t &j)
+int compareDigitRuns(const std::u16string& a, size_t& i, const std::u16string& b, size_t& j)
 {
     while (i < a.size() && a[i] == u'0' && i + 1 < a.size() && isDigit(a[i + 1])) {
         ++i;
@@ -256,16 +268,17 @@ int compareDigitRuns(const std::u16string &a, size_t &i, const std::u16string &b
     return result;
 }
 
-struct ConstantTable {
+struct ConstantTable
+{
     std::mutex mMutex;
-    std::unordered_map<std::string, __CFString *> mStrings;
+    std::unordered_map<std::string, __CFString*> mStrings;
 };
 
-ConstantTable &constantTable()
+ConstantTable& constantTable()
 {
     // Never destroyed: constant strings must outlive every static destructor
     // of every library that holds one.
-    static ConstantTable *sTable = new ConstantTable;
+    static ConstantTable* sTable = new ConstantTable;
     return *sTable;
 }
 
@@ -281,11 +294,12 @@ void __CFString::assign(std::u16string units)
     encodeFrom(0);
 }
 
-void __CFString::append(const std::u16string &units)
+void __CFString::append(const std::u16string& units)
 {
     // A low surrogate completing a pair split across the old end changes the
     // UTF-8 of the old last unit: re-encode everything then.
-    if (!mUnits.empty() && !units.empty() && isHighSurrogate(mUnits.back()) && isLowSurrogate(units.front())) {
+    if (!mUnits.empty() && !units.empty() && isHighSurrogate(mUnits.back()) &&
+        isLowSurrogate(units.front())) {
         assign(mUnits + units);
         return;
     }
@@ -321,9 +335,9 @@ CFHashCode __CFString::hash() const
     return value;
 }
 
-CFStringRef __CFStringMakeConstantString(const char *cStr)
+CFStringRef __CFStringMakeConstantString(const char* cStr)
 {
-    ConstantTable &table = constantTable();
+    ConstantTable& table = constantTable();
     const std::string key = cStr != nullptr ? cStr : "";
     std::lock_guard<std::mutex> lock(table.mMutex);
     auto found = table.mStrings.find(key);
@@ -331,12 +345,12 @@ CFStringRef __CFStringMakeConstantString(const char *cStr)
         return found->second;
     }
     std::u16string units;
-    const auto *bytes = reinterpret_cast<const UInt8 *>(key.data());
+    const auto* bytes = reinterpret_cast<const UInt8*>(key.data());
     if (!decodeUTF8(bytes, key.size(), units)) {
         units.clear();
         decodeBytes(bytes, key.size(), kCFStringEncodingISOLatin1, false, units);
     }
-    auto *string = new __CFString(std::move(units), false, true);
+    auto* string = new __CFString(std::move(units), false, true);
     table.mStrings.emplace(key, string);
     return string;
 }
@@ -346,17 +360,18 @@ CFTypeID CFStringGetTypeID(void)
     return kCFRuntimeTypeIDString;
 }
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr, CFStringEncoding encoding)
+CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char* cStr,
+                                      CFStringEncoding encoding)
 {
     if (cStr == nullptr) {
         return nullptr;
     }
-    return CFStringCreateWithBytes(alloc, reinterpret_cast<const UInt8 *>(cStr), static_cast<CFIndex>(std::strlen(cStr)),
-                                   encoding, false);
+    return CFStringCreateWithBytes(alloc, reinterpret_cast<const UInt8*>(cStr),
+                                   static_cast<CFIndex>(std::strlen(cStr)), encoding, false);
 }
 
-CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8 *bytes, CFIndex numBytes, CFStringEncoding encoding,
-                                    Boolean isExternalRepresentation)
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex numBytes,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation)
 {
     if (numBytes < 0 || (bytes == nullptr && numBytes > 0)) {
         return nullptr;
@@ -370,21 +385,21 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8 *bytes, CFIndex 
     return new __CFString(std::move(units), false, false);
 }
 
-CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar *chars, CFIndex numChars)
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* chars, CFIndex numChars)
 {
     if (numChars < 0 || (chars == nullptr && numChars > 0)) {
         return nullptr;
     }
     std::u16string units;
     if (numChars > 0) {
-        units.assign(reinterpret_cast<const char16_t *>(chars), static_cast<size_t>(numChars));
+        units.assign(reinterpret_cast<const char16_t*>(chars), static_cast<size_t>(numChars));
     }
     return new __CFString(std::move(units), false, false);
 }
 
 CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef theString)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     if (string == nullptr) {
         return nullptr;
     }
@@ -395,16 +410,19 @@ CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef theString)
     return new __CFString(string->mUnits, false, false);
 }
 
-CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFTypeRef formatOptions, CFStringRef format, ...)
+CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFTypeRef formatOptions,
+                                     CFStringRef format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    CFStringRef result = CFStringCreateWithFormatAndArguments(alloc, formatOptions, format, arguments);
+    CFStringRef result =
+        CFStringCreateWithFormatAndArguments(alloc, formatOptions, format, arguments);
     va_end(arguments);
     return result;
 }
 
-CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFStringRef format, va_list arguments)
+CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFStringRef format,
+                                                 va_list arguments)
 {
     if (asString(format) == nullptr) {
         return nullptr;
@@ -458,7 +476,8 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
             break;
         case '@': {
             CFTypeRef object = va_arg(args, CFTypeRef);
-            out += object != nullptr ? static_cast<const CFRuntimeBase *>(object)->description() : std::string("(null)");
+            out += object != nullptr ? static_cast<const CFRuntimeBase*>(object)->description()
+                                     : std::string("(null)");
             break;
         }
         case 'd':
@@ -472,13 +491,16 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
             if (length == "l") {
                 written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long));
             } else if (length == "ll") {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long long));
+                written =
+                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long long));
             } else if (length == "z") {
                 written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, size_t));
             } else if (length == "j") {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, intmax_t));
+                written =
+                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, intmax_t));
             } else if (length == "t") {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, ptrdiff_t));
+                written =
+                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, ptrdiff_t));
             } else {
                 written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, int));
             }
@@ -493,7 +515,8 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
         case 'A':
             if (length == "L") {
                 spec += std::string("L") + conversion;
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long double));
+                written =
+                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long double));
             } else {
                 spec += conversion;
                 written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, double));
@@ -501,15 +524,17 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
             break;
         case 'p':
             spec += conversion;
-            written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, void *));
+            written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, void*));
             break;
         case 's': {
-            const char *text = va_arg(args, const char *);
+            const char* text = va_arg(args, const char*);
             spec += conversion;
-            const int needed = std::snprintf(nullptr, 0, spec.c_str(), text != nullptr ? text : "(null)");
+            const int needed =
+                std::snprintf(nullptr, 0, spec.c_str(), text != nullptr ? text : "(null)");
             if (needed > 0) {
                 std::string formatted(static_cast<size_t>(needed) + 1, '\0');
-                std::snprintf(&formatted[0], formatted.size(), spec.c_str(), text != nullptr ? text : "(null)");
+                std::snprintf(&formatted[0], formatted.size(), spec.c_str(),
+                              text != nullptr ? text : "(null)");
                 formatted.pop_back();
                 out += formatted;
             }
@@ -534,80 +559,86 @@ CFMutableStringRef CFStringCreateMutable(CFAllocatorRef, CFIndex)
 
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex, CFStringRef theString)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     return new __CFString(string != nullptr ? string->mUnits : std::u16string(), true, false);
 }
 
 void CFStringAppend(CFMutableStringRef theString, CFStringRef appendedString)
 {
-    __CFString *string = asMutableString(theString);
-    const __CFString *appended = asString(appendedString);
+    __CFString* string = asMutableString(theString);
+    const __CFString* appended = asString(appendedString);
     if (string != nullptr && appended != nullptr) {
         string->append(appended->mUnits);
     }
 }
 
-void CFStringAppendCString(CFMutableStringRef theString, const char *cStr, CFStringEncoding encoding)
+void CFStringAppendCString(CFMutableStringRef theString, const char* cStr,
+                           CFStringEncoding encoding)
 {
-    __CFString *string = asMutableString(theString);
+    __CFString* string = asMutableString(theString);
     std::u16string units;
     if (string != nullptr && cStr != nullptr &&
-        decodeBytes(reinterpret_cast<const UInt8 *>(cStr), std::strlen(cStr), encoding, false, units)) {
+        decodeBytes(reinterpret_cast<const UInt8*>(cStr), std::strlen(cStr), encoding, false,
+                    units)) {
         string->append(units);
     }
 }
 
 CFIndex CFStringGetLength(CFStringRef theString)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     return string != nullptr ? static_cast<CFIndex>(string->mUnits.size()) : 0;
 }
 
 UniChar CFStringGetCharacterAtIndex(CFStringRef theString, CFIndex idx)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     if (string == nullptr || idx < 0 || static_cast<size_t>(idx) >= string->mUnits.size()) {
         return 0;
     }
     return string->mUnits[static_cast<size_t>(idx)];
 }
 
-void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar *buffer)
+void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     if (string == nullptr || buffer == nullptr || range.location < 0 || range.length < 0 ||
         static_cast<size_t>(range.location + range.length) > string->mUnits.size()) {
         return;
     }
-    std::memcpy(buffer, string->mUnits.data() + range.location, static_cast<size_t>(range.length) * sizeof(UniChar));
+    std::memcpy(buffer, string->mUnits.data() + range.location,
+                static_cast<size_t>(range.length) * sizeof(UniChar));
 }
 
-Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize, CFStringEncoding encoding)
+Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
+                           CFStringEncoding encoding)
 {
     if (buffer == nullptr || bufferSize <= 0) {
         return false;
     }
     buffer[0] = '\0';
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     std::string bytes;
-    if (string == nullptr || !encodeBytes(*string, encoding, bytes) || bytes.size() + 1 > static_cast<size_t>(bufferSize)) {
+    if (string == nullptr || !encodeBytes(*string, encoding, bytes) ||
+        bytes.size() + 1 > static_cast<size_t>(bufferSize)) {
         return false;
     }
     std::memcpy(buffer, bytes.c_str(), bytes.size() + 1);
     return true;
 }
 
-const char *CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding)
+const char* CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding)
 {
-    const __CFString *string = asString(theString);
+    const __CFString* string = asString(theString);
     if (string == nullptr || string->mHasNUL) {
         return nullptr;
     }
-    const bool direct = encoding == kCFStringEncodingUTF8
-                            ? string->mUTF8Exact
-                            : (encoding == kCFStringEncodingASCII || encoding == kCFStringEncodingMacRoman ||
-                               encoding == kCFStringEncodingISOLatin1) &&
-                                  string->mASCII;
+    const bool direct =
+        encoding == kCFStringEncodingUTF8
+            ? string->mUTF8Exact
+            : (encoding == kCFStringEncodingASCII || encoding == kCFStringEncodingMacRoman ||
+               encoding == kCFStringEncodingISOLatin1) &&
+                  string->mASCII;
     return direct ? string->mUTF8.c_str() : nullptr;
 }
 
@@ -625,17 +656,20 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
     }
 }
 
-CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2, CFStringCompareFlags compareOptions)
+CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
+                                   CFStringCompareFlags compareOptions)
 {
-    const __CFString *first = asString(theString1);
-    const __CFString *second = asString(theString2);
+    const __CFString* first = asString(theString1);
+    const __CFString* second = asString(theString2);
     if (first == nullptr || second == nullptr) {
-        return first == second ? kCFCompareEqualTo : first == nullptr ? kCFCompareLessThan : kCFCompareGreaterThan;
+        return first == second    ? kCFCompareEqualTo
+               : first == nullptr ? kCFCompareLessThan
+                                  : kCFCompareGreaterThan;
     }
     const bool caseless = (compareOptions & kCFCompareCaseInsensitive) != 0;
     const bool numeric = (compareOptions & kCFCompareNumerically) != 0;
-    const std::u16string &a = first->mUnits;
-    const std::u16string &b = second->mUnits;
+    const std::u16string& a = first->mUnits;
+    const std::u16string& b = second->mUnits;
     size_t i = 0;
     size_t j = 0;
     while (i < a.size() && j < b.size()) {
@@ -662,33 +696,37 @@ CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString
 
 Boolean CFStringHasPrefix(CFStringRef theString, CFStringRef prefix)
 {
-    const __CFString *string = asString(theString);
-    const __CFString *start = asString(prefix);
-    return string != nullptr && start != nullptr && string->mUnits.compare(0, start->mUnits.size(), start->mUnits) == 0;
+    const __CFString* string = asString(theString);
+    const __CFString* start = asString(prefix);
+    return string != nullptr && start != nullptr &&
+           string->mUnits.compare(0, start->mUnits.size(), start->mUnits) == 0;
 }
 
 Boolean CFStringHasSuffix(CFStringRef theString, CFStringRef suffix)
 {
-    const __CFString *string = asString(theString);
-    const __CFString *end = asString(suffix);
+    const __CFString* string = asString(theString);
+    const __CFString* end = asString(suffix);
     if (string == nullptr || end == nullptr || end->mUnits.size() > string->mUnits.size()) {
         return false;
     }
-    return string->mUnits.compare(string->mUnits.size() - end->mUnits.size(), end->mUnits.size(), end->mUnits) == 0;
+    return string->mUnits.compare(string->mUnits.size() - end->mUnits.size(), end->mUnits.size(),
+                                  end->mUnits) == 0;
 }
 
 SInt32 CFStringGetIntValue(CFStringRef str)
 {
-    const __CFString *string = asString(str);
+    const __CFString* string = asString(str);
     if (string == nullptr) {
         return 0;
     }
     const long long value = std::strtoll(string->mUTF8.c_str(), nullptr, 10);
-    return value > INT32_MAX ? INT32_MAX : value < INT32_MIN ? INT32_MIN : static_cast<SInt32>(value);
+    return value > INT32_MAX   ? INT32_MAX
+           : value < INT32_MIN ? INT32_MIN
+                               : static_cast<SInt32>(value);
 }
 
 double CFStringGetDoubleValue(CFStringRef str)
 {
-    const __CFString *string = asString(str);
+    const __CFString* string = asString(str);
     return string != nullptr ? std::strtod(string->mUTF8.c_str(), nullptr) : 0.0;
 }

@@ -25,16 +25,18 @@ int hexValue(char16_t c)
     return -1;
 }
 
-CFStringRef createString(const std::u16string &units)
+CFStringRef createString(const std::u16string& units)
 {
-    return CFStringCreateWithCharacters(kCFAllocatorDefault, reinterpret_cast<const UniChar *>(units.data()),
+    return CFStringCreateWithCharacters(kCFAllocatorDefault,
+                                        reinterpret_cast<const UniChar*>(units.data()),
                                         static_cast<CFIndex>(units.size()));
 }
 
 // The text's encoding from its first bytes.
-CFStringEncoding detectEncoding(const std::vector<UInt8> &bytes)
+CFStringEncoding detectEncoding(const std::vector<UInt8>& bytes)
 {
-    if (bytes.size() >= 2 && ((bytes[0] == 0xFF && bytes[1] == 0xFE) || (bytes[0] == 0xFE && bytes[1] == 0xFF))) {
+    if (bytes.size() >= 2 &&
+        ((bytes[0] == 0xFF && bytes[1] == 0xFE) || (bytes[0] == 0xFE && bytes[1] == 0xFF))) {
         return kCFStringEncodingUTF16;
     }
     if (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0) {
@@ -46,7 +48,7 @@ CFStringEncoding detectEncoding(const std::vector<UInt8> &bytes)
     return kCFStringEncodingUTF8;
 }
 
-bool startsWith(const std::vector<UInt8> &bytes, const char *prefix)
+bool startsWith(const std::vector<UInt8>& bytes, const char* prefix)
 {
     const size_t length = std::strlen(prefix);
     return bytes.size() >= length && std::memcmp(bytes.data(), prefix, length) == 0;
@@ -54,12 +56,13 @@ bool startsWith(const std::vector<UInt8> &bytes, const char *prefix)
 
 } // namespace
 
-CFDictionaryRef CFStringsTable::create(const std::vector<UInt8> &bytes)
+CFDictionaryRef CFStringsTable::create(const std::vector<UInt8>& bytes)
 {
     if (startsWith(bytes, "bplist") || startsWith(bytes, "<?xml") || startsWith(bytes, "<plist")) {
-        CFDataRef data = CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
-        CFPropertyListRef plist = CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable,
-                                                               nullptr, nullptr);
+        CFDataRef data =
+            CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
+        CFPropertyListRef plist = CFPropertyListCreateWithData(
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
         CFRelease(data);
         if (CFGetTypeID(plist) == CFDictionaryGetTypeID()) {
             return static_cast<CFDictionaryRef>(plist);
@@ -67,19 +70,21 @@ CFDictionaryRef CFStringsTable::create(const std::vector<UInt8> &bytes)
         CFRelease(plist);
         return nullptr;
     }
-    CFStringRef text = CFStringCreateWithBytes(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()),
-                                               detectEncoding(bytes), true);
+    CFStringRef text =
+        CFStringCreateWithBytes(kCFAllocatorDefault, bytes.data(),
+                                static_cast<CFIndex>(bytes.size()), detectEncoding(bytes), true);
     if (text == nullptr) {
         return nullptr;
     }
     std::u16string units(static_cast<size_t>(CFStringGetLength(text)), u'\0');
-    CFStringGetCharacters(text, CFRangeMake(0, CFStringGetLength(text)), reinterpret_cast<UniChar *>(&units[0]));
+    CFStringGetCharacters(text, CFRangeMake(0, CFStringGetLength(text)),
+                          reinterpret_cast<UniChar*>(&units[0]));
     CFRelease(text);
     if (!units.empty() && units[0] == 0xFEFF) {
         units.erase(0, 1);
     }
-    CFMutableDictionaryRef table = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                             &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef table = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFStringsTable parser(std::move(units));
     parser.readEntries(table);
     return table;
@@ -103,7 +108,7 @@ void CFStringsTable::skipSpaceAndComments()
     }
 }
 
-bool CFStringsTable::readString(std::u16string &out)
+bool CFStringsTable::readString(std::u16string& out)
 {
     out.clear();
     if (mPos < mText.size() && mText[mPos] == u'"') {
@@ -116,7 +121,7 @@ bool CFStringsTable::readString(std::u16string &out)
     return !out.empty();
 }
 
-bool CFStringsTable::readQuoted(std::u16string &out)
+bool CFStringsTable::readQuoted(std::u16string& out)
 {
     while (mPos < mText.size()) {
         char16_t c = mText[mPos++];
@@ -172,7 +177,8 @@ bool CFStringsTable::readQuoted(std::u16string &out)
             if (c >= u'0' && c <= u'7') {
                 // \ooo: up to three octal digits.
                 unsigned value = c - u'0';
-                for (int digits = 1; digits < 3 && mPos < mText.size() && mText[mPos] >= u'0' && mText[mPos] <= u'7';
+                for (int digits = 1; digits < 3 && mPos < mText.size() && mText[mPos] >= u'0' &&
+                                     mText[mPos] <= u'7';
                      ++digits) {
                     value = value * 8 + (mText[mPos++] - u'0');
                 }

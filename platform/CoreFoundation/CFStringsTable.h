@@ -9,18 +9,19 @@
 #include <string>
 #include <vector>
 
-class CFStringsTable {
+class CFStringsTable
+{
 public:
     // Owned dictionary of string keys and values; NULL when the bytes are
     // not text. A syntax error ends the table: the entries before it stay.
-    static CFDictionaryRef create(const std::vector<UInt8> &bytes);
+    static CFDictionaryRef create(const std::vector<UInt8>& bytes);
 
 private:
     explicit CFStringsTable(std::u16string text) : mText(std::move(text)) {}
 
     void skipSpaceAndComments();
-    bool readString(std::u16string &out);
-    bool readQuoted(std::u16string &out);
+    bool readString(std::u16string& out);
+    bool readQuoted(std::u16string& out);
     void readEntries(CFMutableDictionaryRef table);
 
     const std::u16string mText;

@@ -6,16 +6,17 @@
 #include <cstring>
 #include <unistd.h>
 
-struct __CFURL final : CFRuntimeBase {
+struct __CFURL final : CFRuntimeBase
+{
     __CFURL(std::string path, std::string absolute, bool isDirectory)
-        : CFRuntimeBase(kCFRuntimeTypeIDURL, false), mPath(std::move(path)), mAbsolute(std::move(absolute)),
-          mDirectory(isDirectory)
+        : CFRuntimeBase(kCFRuntimeTypeIDURL, false), mPath(std::move(path)),
+          mAbsolute(std::move(absolute)), mDirectory(isDirectory)
     {
     }
 
-    bool equals(const CFRuntimeBase &other) const override
+    bool equals(const CFRuntimeBase& other) const override
     {
-        const auto &url = static_cast<const __CFURL &>(other);
+        const auto& url = static_cast<const __CFURL&>(other);
         return mAbsolute == url.mAbsolute && mDirectory == url.mDirectory;
     }
     CFHashCode hash() const override { return std::hash<std::string>()(mAbsolute); }
@@ -31,7 +32,7 @@ struct __CFURL final : CFRuntimeBase {
 
 namespace {
 
-__CFURL *asURL(CFTypeRef cf)
+__CFURL* asURL(CFTypeRef cf)
 {
     return CFRuntimeBase::cast<__CFURL>(cf, kCFRuntimeTypeIDURL);
 }
@@ -44,7 +45,7 @@ std::string withoutTrailingSlashes(std::string path)
     return path;
 }
 
-__CFURL *makeURL(const std::string &rawPath, bool isDirectory)
+__CFURL* makeURL(const std::string& rawPath, bool isDirectory)
 {
     if (rawPath.empty()) {
         return nullptr;
@@ -68,7 +69,8 @@ CFTypeID CFURLGetTypeID(void)
     return kCFRuntimeTypeIDURL;
 }
 
-CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath, CFURLPathStyle pathStyle, Boolean isDirectory)
+CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath,
+                                       CFURLPathStyle pathStyle, Boolean isDirectory)
 {
     if (pathStyle != kCFURLPOSIXPathStyle || CFGetTypeID(filePath) != CFStringGetTypeID()) {
         return nullptr;
@@ -76,19 +78,21 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef filePath, CFU
     return makeURL(CFRuntimeUTF8(filePath), isDirectory != 0);
 }
 
-CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8 *buffer, CFIndex bufLen, Boolean isDirectory)
+CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8* buffer,
+                                                 CFIndex bufLen, Boolean isDirectory)
 {
     if (buffer == nullptr || bufLen <= 0) {
         return nullptr;
     }
-    std::string path(reinterpret_cast<const char *>(buffer), static_cast<size_t>(bufLen));
+    std::string path(reinterpret_cast<const char*>(buffer), static_cast<size_t>(bufLen));
     path.resize(std::strlen(path.c_str()));
     return makeURL(path, isDirectory != 0);
 }
 
-CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFStringRef pathComponent, Boolean isDirectory)
+CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url,
+                                               CFStringRef pathComponent, Boolean isDirectory)
 {
-    const __CFURL *base = asURL(url);
+    const __CFURL* base = asURL(url);
     if (base == nullptr || CFGetTypeID(pathComponent) != CFStringGetTypeID()) {
         return nullptr;
     }
@@ -96,12 +100,13 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFS
     const std::string separator = base->mPath == "/" ? "" : "/";
     const std::string absoluteSeparator = base->mAbsolute == "/" ? "" : "/";
     return new __CFURL(withoutTrailingSlashes(base->mPath + separator + component),
-                       withoutTrailingSlashes(base->mAbsolute + absoluteSeparator + component), isDirectory != 0);
+                       withoutTrailingSlashes(base->mAbsolute + absoluteSeparator + component),
+                       isDirectory != 0);
 }
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle)
 {
-    const __CFURL *url = asURL(anURL);
+    const __CFURL* url = asURL(anURL);
     if (url == nullptr || pathStyle != kCFURLPOSIXPathStyle) {
         return nullptr;
     }
@@ -110,7 +115,7 @@ CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle)
 
 CFStringRef CFURLCopyLastPathComponent(CFURLRef anURL)
 {
-    const __CFURL *url = asURL(anURL);
+    const __CFURL* url = asURL(anURL);
     if (url == nullptr) {
         return nullptr;
     }
@@ -118,16 +123,18 @@ CFStringRef CFURLCopyLastPathComponent(CFURLRef anURL)
     if (url->mPath == "/") {
         return CFRuntimeCreateString("");
     }
-    return CFRuntimeCreateString(slash == std::string::npos ? url->mPath : url->mPath.substr(slash + 1));
+    return CFRuntimeCreateString(slash == std::string::npos ? url->mPath
+                                                            : url->mPath.substr(slash + 1));
 }
 
-Boolean CFURLGetFileSystemRepresentation(CFURLRef anURL, Boolean resolveAgainstBase, UInt8 *buffer, CFIndex maxBufLen)
+Boolean CFURLGetFileSystemRepresentation(CFURLRef anURL, Boolean resolveAgainstBase, UInt8* buffer,
+                                         CFIndex maxBufLen)
 {
-    const __CFURL *url = asURL(anURL);
+    const __CFURL* url = asURL(anURL);
     if (url == nullptr || buffer == nullptr || maxBufLen <= 0) {
         return false;
     }
-    const std::string &path = resolveAgainstBase ? url->mAbsolute : url->mPath;
+    const std::string& path = resolveAgainstBase ? url->mAbsolute : url->mPath;
     if (path.size() + 1 > static_cast<size_t>(maxBufLen)) {
         return false;
     }
@@ -137,6 +144,6 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef anURL, Boolean resolveAgainstB
 
 Boolean CFURLHasDirectoryPath(CFURLRef anURL)
 {
-    const __CFURL *url = asURL(anURL);
+    const __CFURL* url = asURL(anURL);
     return url != nullptr && url->mDirectory;
 }

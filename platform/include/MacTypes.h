@@ -29,8 +29,8 @@ typedef unsigned char Boolean;
 
 typedef UInt8 Byte;
 typedef SInt8 SignedByte;
-typedef char *Ptr;
-typedef Ptr *Handle;
+typedef char* Ptr;
+typedef Ptr* Handle;
 
 /* Status codes: 0 is success, negative values are errors. */
 typedef SInt32 OSStatus;
@@ -47,10 +47,11 @@ typedef UInt16 UTF16Char;
 typedef UInt8 UTF8Char;
 
 typedef unsigned char Str255[256];
-typedef unsigned char *StringPtr;
-typedef const unsigned char *ConstStringPtr;
+typedef unsigned char* StringPtr;
+typedef const unsigned char* ConstStringPtr;
 
-enum {
+enum
+{
     noErr = 0,
     fnfErr = -43,
     paramErr = -50,

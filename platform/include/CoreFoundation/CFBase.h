@@ -51,18 +51,19 @@ typedef unsigned long CFOptionFlags;
 typedef unsigned long CFHashCode;
 typedef signed long CFIndex;
 
-typedef const void *CFTypeRef;
+typedef const void* CFTypeRef;
 /* Any property-list object: string, number, boolean, data, array, dictionary. */
 typedef CFTypeRef CFPropertyListRef;
 
-typedef const struct __CFString *CFStringRef;
-typedef struct __CFString *CFMutableStringRef;
-typedef const struct __CFAllocator *CFAllocatorRef;
+typedef const struct __CFString* CFStringRef;
+typedef struct __CFString* CFMutableStringRef;
+typedef const struct __CFAllocator* CFAllocatorRef;
 
 /* Only the default allocator exists; it is NULL, and every Create accepts it. */
 CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
 
-typedef struct {
+typedef struct
+{
     CFIndex location;
     CFIndex length;
 } CFRange;
@@ -78,13 +79,15 @@ CF_INLINE CFRange CFRangeMake(CFIndex loc, CFIndex len)
 }
 
 typedef CFIndex CFComparisonResult;
-enum {
+enum
+{
     kCFCompareLessThan = -1L,
     kCFCompareEqualTo = 0,
     kCFCompareGreaterThan = 1
 };
 
-enum {
+enum
+{
     kCFNotFound = -1
 };
 

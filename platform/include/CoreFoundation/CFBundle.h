@@ -24,7 +24,7 @@
 
 CF_EXTERN_C_BEGIN
 
-typedef struct __CFBundle *CFBundleRef;
+typedef struct __CFBundle* CFBundleRef;
 
 CF_EXPORT CFTypeID CFBundleGetTypeID(void);
 
@@ -55,18 +55,20 @@ CF_EXPORT CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
  * start with a dot) in Resources/<subDirName>, searched first unlocalized,
  * then in the current language's folders, then the English ones; NULL when
  * not found. [control] */
-CF_EXPORT CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName, CFStringRef resourceType, CFStringRef subDirName);
+CF_EXPORT CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
+                                           CFStringRef resourceType, CFStringRef subDirName);
 
 /* Owned translation of key from "<tableName>.strings" (NULL table:
  * "Localizable") in the current language, else in English; when neither has
  * the key: value, or key itself when value is NULL or empty. [control] */
-CF_EXPORT CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key, CFStringRef value, CFStringRef tableName);
+CF_EXPORT CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key,
+                                                  CFStringRef value, CFStringRef tableName);
 
 /* Loads the executable (once) into the process; false when it cannot. [control] */
 CF_EXPORT Boolean CFBundleLoadExecutable(CFBundleRef bundle);
 /* Address of an exported function of the executable, loading it if needed;
  * NULL when absent. [control] */
-CF_EXPORT void *CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName);
+CF_EXPORT void* CFBundleGetFunctionPointerForName(CFBundleRef bundle, CFStringRef functionName);
 
 CF_EXTERN_C_END
 

@@ -10,10 +10,11 @@
 
 CF_EXTERN_C_BEGIN
 
-typedef struct __CFError *CFErrorRef;
+typedef struct __CFError* CFErrorRef;
 
 /* Error codes of the property-list functions. */
-enum {
+enum
+{
     kCFPropertyListReadCorruptError = 3840,
     kCFPropertyListReadUnknownVersionError = 3841,
     kCFPropertyListWriteInvalidError = 3851

@@ -15,7 +15,7 @@
 
 CF_EXTERN_C_BEGIN
 
-typedef const struct __CFBoolean *CFBooleanRef;
+typedef const struct __CFBoolean* CFBooleanRef;
 
 /* The two immortal booleans. */
 CF_EXPORT const CFBooleanRef kCFBooleanTrue;
@@ -26,7 +26,8 @@ CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 typedef CFIndex CFNumberType;
-enum {
+enum
+{
     kCFNumberSInt8Type = 1,
     kCFNumberSInt16Type = 2,
     kCFNumberSInt32Type = 3,
@@ -46,13 +47,14 @@ enum {
     kCFNumberMaxType = 16
 };
 
-typedef const struct __CFNumber *CFNumberRef;
+typedef const struct __CFNumber* CFNumberRef;
 
 CF_EXPORT CFTypeID CFNumberGetTypeID(void);
 
 /* Owned number read from *valuePtr of theType; NULL for an unknown type or a
  * NULL valuePtr. [any] */
-CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType, const void *valuePtr);
+CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType,
+                                     const void* valuePtr);
 
 /* Canonical storage type (kCFNumberSInt8Type...kCFNumberFloat64Type). [any] */
 CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
@@ -63,10 +65,11 @@ CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
 
 /* Stores the value converted to theType in *valuePtr; true when exact
  * (see the conversion rules above), false when lossy or theType unknown. [any] */
-CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePtr);
+CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
 
 /* Orders two numbers by value. context is ignored. [any] */
-CF_EXPORT CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber, void *context);
+CF_EXPORT CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber,
+                                             void* context);
 
 CF_EXTERN_C_END
 

@@ -14,14 +14,16 @@
 CF_EXTERN_C_BEGIN
 
 typedef CFOptionFlags CFPropertyListMutabilityOptions;
-enum {
+enum
+{
     kCFPropertyListImmutable = 0,
     kCFPropertyListMutableContainers = 1,
     kCFPropertyListMutableContainersAndLeaves = 2
 };
 
 typedef CFIndex CFPropertyListFormat;
-enum {
+enum
+{
     kCFPropertyListOpenStepFormat = 1,
     kCFPropertyListXMLFormat_v1_0 = 100,
     kCFPropertyListBinaryFormat_v1_0 = 200
@@ -31,18 +33,24 @@ enum {
  * unused. NULL (and an owned *error if error is not NULL) when the tree holds a
  * non-property-list object or a non-string dictionary key, or for another
  * format. [any] */
-CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef propertyList, CFPropertyListFormat format,
-                                             CFOptionFlags options, CFErrorRef *error);
+CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator,
+                                             CFPropertyListRef propertyList,
+                                             CFPropertyListFormat format, CFOptionFlags options,
+                                             CFErrorRef* error);
 
 /* Owned tree read from data (XML or binary); *format (if not NULL) receives
  * the format found. options: kCFPropertyListImmutable, or mutable containers
  * (and leaves). NULL (and an owned *error) when data is not a property list
  * or holds types this library lacks (dates, UIDs). [any] */
-CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data, CFOptionFlags options,
-                                                         CFPropertyListFormat *format, CFErrorRef *error);
+CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
+                                                         CFOptionFlags options,
+                                                         CFPropertyListFormat* format,
+                                                         CFErrorRef* error);
 
 /* Owned deep copy with the mutability given by options. [any] */
-CF_EXPORT CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator, CFPropertyListRef propertyList, CFOptionFlags mutabilityOption);
+CF_EXPORT CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator,
+                                                         CFPropertyListRef propertyList,
+                                                         CFOptionFlags mutabilityOption);
 
 /* True when plist is a tree that can be written in format. [any] */
 CF_EXPORT Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat format);

@@ -5,7 +5,7 @@
 
 namespace {
 
-CFStringRef makeString(const char *text)
+CFStringRef makeString(const char* text)
 {
     return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
 }
@@ -57,7 +57,7 @@ TEST(CFArrayTest, NullCallbacksNeitherRetainNorRelease)
 
     // Raw non-object values are fine with NULL callbacks.
     static int sPlain[3];
-    const void *raw[] = {&sPlain[0], &sPlain[1], &sPlain[2]};
+    const void* raw[] = {&sPlain[0], &sPlain[1], &sPlain[2]};
     CFArrayRef plain = CFArrayCreate(kCFAllocatorDefault, raw, 3, nullptr);
     EXPECT_EQ(&sPlain[2], CFArrayGetValueAtIndex(plain, 2));
     CFRelease(plain);
@@ -69,18 +69,19 @@ TEST(CFArrayTest, NullCallbacksNeitherRetainNorRelease)
 
 TEST(CFArrayTest, IndicesAndImmutability)
 {
-    const void *items[] = {CFSTR("a"), CFSTR("b"), CFSTR("c")};
+    const void* items[] = {CFSTR("a"), CFSTR("b"), CFSTR("c")};
     CFArrayRef fixed = CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks);
     EXPECT_EQ(nullptr, CFArrayGetValueAtIndex(fixed, 3));
     EXPECT_EQ(nullptr, CFArrayGetValueAtIndex(fixed, -1));
-    CFArrayAppendValue(reinterpret_cast<CFMutableArrayRef>(const_cast<__CFArray *>(fixed)), CFSTR("d"));
+    CFArrayAppendValue(reinterpret_cast<CFMutableArrayRef>(const_cast<__CFArray*>(fixed)),
+                       CFSTR("d"));
     EXPECT_EQ(3, CFArrayGetCount(fixed));
 
     CFMutableArrayRef array = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, fixed);
     CFArrayInsertValueAtIndex(array, 0, CFSTR("z"));
     CFArrayInsertValueAtIndex(array, 9, CFSTR("ignored"));
     CFArraySetValueAtIndex(array, 4, CFSTR("end"));
-    const void *values[5] = {};
+    const void* values[5] = {};
     CFArrayGetValues(array, CFRangeMake(0, 5), values);
     EXPECT_EQ(CFSTR("z"), values[0]);
     EXPECT_EQ(CFSTR("c"), values[3]);

@@ -10,7 +10,8 @@
 
 TEST(CFBaseTest, CreateOwnsRetainAndReleaseBalance)
 {
-    CFStringRef string = CFStringCreateWithCString(kCFAllocatorDefault, "owned", kCFStringEncodingUTF8);
+    CFStringRef string =
+        CFStringCreateWithCString(kCFAllocatorDefault, "owned", kCFStringEncodingUTF8);
     ASSERT_NE(nullptr, string);
     EXPECT_EQ(1, CFGetRetainCount(string));
     EXPECT_EQ(string, CFRetain(string));
@@ -70,9 +71,9 @@ TEST(CFBaseTest, EqualityIsByValueWithinATypeOnly)
 
 TEST(CFBaseTest, DescriptionShowsNestedContents)
 {
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                            &kCFTypeDictionaryValueCallBacks);
-    const void *items[] = {CFSTR("x"), kCFBooleanTrue};
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    const void* items[] = {CFSTR("x"), kCFBooleanTrue};
     CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, items, 2, &kCFTypeArrayCallBacks);
     CFDictionarySetValue(dict, CFSTR("list"), array);
     CFStringRef text = CFCopyDescription(dict);
@@ -103,7 +104,7 @@ TEST(CFBaseTest, ConcurrentRetainReleaseKeepsTheCountExact)
             }
         });
     }
-    for (std::thread &thread : threads) {
+    for (std::thread& thread : threads) {
         thread.join();
     }
     EXPECT_EQ(1, CFGetRetainCount(data));
@@ -122,7 +123,7 @@ TEST(CFBaseTest, ConcurrentConstantStringsAreOneObject)
             }
         });
     }
-    for (std::thread &thread : threads) {
+    for (std::thread& thread : threads) {
         thread.join();
     }
     for (CFStringRef string : seen) {

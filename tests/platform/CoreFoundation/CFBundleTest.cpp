@@ -18,15 +18,15 @@
 
 namespace {
 
-void writeFile(const std::string &path, const std::string &bytes)
+void writeFile(const std::string& path, const std::string& bytes)
 {
     std::ofstream file(path, std::ios::binary);
     file << bytes;
 }
 
-void makeDirs(const std::string &path)
+void makeDirs(const std::string& path)
 {
-    for (size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
+    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         mkdir(path.substr(0, slash).c_str(), 0755);
         if (slash == std::string::npos) {
             return;
@@ -34,17 +34,21 @@ void makeDirs(const std::string &path)
     }
 }
 
-std::string infoPlist(const std::string &identifier, const std::string &executable)
+std::string infoPlist(const std::string& identifier, const std::string& executable)
 {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
-           "<key>CFBundleIdentifier</key><string>" + identifier + "</string>\n"
-           "<key>CFBundleExecutable</key><string>" + executable + "</string>\n"
+           "<key>CFBundleIdentifier</key><string>" +
+           identifier +
+           "</string>\n"
+           "<key>CFBundleExecutable</key><string>" +
+           executable +
+           "</string>\n"
            "<key>CFBundleVersion</key><string>1.2.3</string>\n"
            "</dict>\n</plist>\n";
 }
 
 // UTF-16 little-endian with a byte-order mark.
-std::string utf16WithBOM(const std::u16string &text)
+std::string utf16WithBOM(const std::u16string& text)
 {
     std::string bytes = "\xFF\xFE";
     for (char16_t unit : text) {
@@ -57,23 +61,27 @@ std::string utf16WithBOM(const std::u16string &text)
 std::string text(CFStringRef string)
 {
     char buffer[512];
-    return CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8) ? std::string(buffer) : "<failed>";
+    return CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8)
+               ? std::string(buffer)
+               : "<failed>";
 }
 
 std::string path(CFURLRef url)
 {
     char buffer[4096];
-    return CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8 *>(buffer), sizeof buffer)
+    return CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(buffer),
+                                            sizeof buffer)
                ? std::string(buffer)
                : std::string("<none>");
 }
 
-class CFBundleTest : public ::testing::Test {
+class CFBundleTest : public ::testing::Test
+{
 protected:
     void SetUp() override
     {
-        for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-            const char *value = std::getenv(variable);
+        for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+            const char* value = std::getenv(variable);
             mSavedLocale.emplace_back(variable, value != nullptr ? value : "");
             unsetenv(variable);
         }
@@ -89,7 +97,8 @@ protected:
         makeDirs(resources + "/en.lproj");
         makeDirs(resources + "/fr.lproj");
         makeDirs(resources + "/Views/Panel.bundle");
-        writeFile(mBundlePath + "/Contents/Info.plist", infoPlist("com.example.effect." + std::to_string(getpid()), "Effect"));
+        writeFile(mBundlePath + "/Contents/Info.plist",
+                  infoPlist("com.example.effect." + std::to_string(getpid()), "Effect"));
         writeFile(resources + "/en.lproj/Localizable.strings",
                   "/* English names */\n"
                   "\"Dry Out\" = \"Dry Out\";\n"
@@ -97,16 +106,19 @@ protected:
                   "\"Escapes\" = \"Tab\\tQuote\\\"\\U00E9\\n\";\n"
                   "\"Same\";\n");
         writeFile(resources + "/fr.lproj/Localizable.strings",
-                  utf16WithBOM(u"/* Noms français */\n\"Dry Out\" = \"Sortie s\u00E8che\";\n// \"Only English\" = \"x\";\n"));
+                  utf16WithBOM(u"/* Noms français */\n\"Dry Out\" = \"Sortie s\u00E8che\";\n// "
+                               u"\"Only English\" = \"x\";\n"));
         writeFile(resources + "/fr.lproj/Units.strings", "\"Hz\" = \"Hz (fr)\";\n");
-        writeFile(resources + "/en.lproj/Units.strings", "\"Hz\" = \"Hertz\";\n\"dB\" = \"decibels\";\n");
+        writeFile(resources + "/en.lproj/Units.strings",
+                  "\"Hz\" = \"Hertz\";\n\"dB\" = \"decibels\";\n");
         writeFile(resources + "/fr.lproj/Help.txt", "aide");
         writeFile(resources + "/en.lproj/Help.txt", "help");
         writeFile(resources + "/Views/Panel.bundle/marker", "");
         writeFile(resources + "/Icon.png", "");
 
         CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-            kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(mBundlePath.data()), static_cast<CFIndex>(mBundlePath.size()), true);
+            kCFAllocatorDefault, reinterpret_cast<const UInt8*>(mBundlePath.data()),
+            static_cast<CFIndex>(mBundlePath.size()), true);
         mBundle = CFBundleCreate(kCFAllocatorDefault, url);
         CFRelease(url);
         ASSERT_NE(nullptr, mBundle);
@@ -117,7 +129,7 @@ protected:
         if (mBundle != nullptr) {
             CFRelease(mBundle);
         }
-        for (const auto &saved : mSavedLocale) {
+        for (const auto& saved : mSavedLocale) {
             if (saved.second.empty()) {
                 unsetenv(saved.first.c_str());
             } else {
@@ -128,9 +140,10 @@ protected:
         EXPECT_EQ(0, std::system(command.c_str()));
     }
 
-    std::string localized(const char *key, CFStringRef value = nullptr, CFStringRef table = nullptr)
+    std::string localized(const char* key, CFStringRef value = nullptr, CFStringRef table = nullptr)
     {
-        CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
+        CFStringRef name =
+            CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
         CFStringRef result = CFBundleCopyLocalizedString(mBundle, name, value, table);
         std::string out = text(result);
         CFRelease(result);
@@ -149,8 +162,10 @@ protected:
 
 TEST_F(CFBundleTest, InfoDictionaryAndUniqueness)
 {
-    EXPECT_EQ("com.example.effect." + std::to_string(getpid()), text(CFBundleGetIdentifier(mBundle)));
-    EXPECT_TRUE(CFEqual(CFSTR("1.2.3"), CFBundleGetValueForInfoDictionaryKey(mBundle, CFSTR("CFBundleVersion"))));
+    EXPECT_EQ("com.example.effect." + std::to_string(getpid()),
+              text(CFBundleGetIdentifier(mBundle)));
+    EXPECT_TRUE(CFEqual(CFSTR("1.2.3"),
+                        CFBundleGetValueForInfoDictionaryKey(mBundle, CFSTR("CFBundleVersion"))));
     EXPECT_EQ(nullptr, CFBundleGetValueForInfoDictionaryKey(mBundle, CFSTR("Missing")));
 
     CFURLRef url = CFBundleCopyBundleURL(mBundle);
@@ -166,7 +181,8 @@ TEST_F(CFBundleTest, InfoDictionaryAndUniqueness)
     CFRelease(executable);
 
     // Found by identifier while alive, gone once released.
-    CFStringRef identifier = CFStringCreateCopy(kCFAllocatorDefault, CFBundleGetIdentifier(mBundle));
+    CFStringRef identifier =
+        CFStringCreateCopy(kCFAllocatorDefault, CFBundleGetIdentifier(mBundle));
     EXPECT_EQ(mBundle, CFBundleGetBundleWithIdentifier(identifier));
     EXPECT_EQ(1, CFGetRetainCount(mBundle));
     CFRelease(mBundle);
@@ -174,8 +190,8 @@ TEST_F(CFBundleTest, InfoDictionaryAndUniqueness)
     EXPECT_EQ(nullptr, CFBundleGetBundleWithIdentifier(identifier));
     CFRelease(identifier);
 
-    CFURLRef missing = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("/nonexistent/X.component"),
-                                                     kCFURLPOSIXPathStyle, true);
+    CFURLRef missing = CFURLCreateWithFileSystemPath(
+        kCFAllocatorDefault, CFSTR("/nonexistent/X.component"), kCFURLPOSIXPathStyle, true);
     EXPECT_EQ(nullptr, CFBundleCreate(kCFAllocatorDefault, missing));
     CFRelease(missing);
 }
@@ -183,7 +199,9 @@ TEST_F(CFBundleTest, InfoDictionaryAndUniqueness)
 TEST_F(CFBundleTest, LocalizedStringsFollowTheLocaleWithEnglishFallback)
 {
     setenv("LANG", "fr_FR.UTF-8", 1);
-    EXPECT_EQ("Sortie s\xC3\xA8" "che", localized("Dry Out"));
+    EXPECT_EQ("Sortie s\xC3\xA8"
+              "che",
+              localized("Dry Out"));
     EXPECT_EQ("English only", localized("Only English")); // missing in French
     EXPECT_EQ("Default", localized("Nowhere", CFSTR("Default")));
     EXPECT_EQ("Nowhere", localized("Nowhere"));
@@ -198,7 +216,9 @@ TEST_F(CFBundleTest, LocalizedStringsFollowTheLocaleWithEnglishFallback)
     unsetenv("LC_ALL");
     setenv("LC_MESSAGES", "fr_CA", 1);
     setenv("LANG", "en_GB", 1);
-    EXPECT_EQ("Sortie s\xC3\xA8" "che", localized("Dry Out"));
+    EXPECT_EQ("Sortie s\xC3\xA8"
+              "che",
+              localized("Dry Out"));
     unsetenv("LC_MESSAGES");
 
     // A language the bundle lacks, or the C locale, falls back to English.
@@ -216,10 +236,13 @@ TEST_F(CFBundleTest, LegacyLanguageFolderNames)
     makeDirs(legacy + "/Contents/Resources/French.lproj");
     makeDirs(legacy + "/Contents/Resources/English.lproj");
     writeFile(legacy + "/Contents/Info.plist", infoPlist("com.example.legacy", "Legacy"));
-    writeFile(legacy + "/Contents/Resources/French.lproj/Localizable.strings", "\"Rate\" = \"Vitesse\";");
-    writeFile(legacy + "/Contents/Resources/English.lproj/Localizable.strings", "\"Rate\" = \"Rate (Hz)\";");
-    CFURLRef url = CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(legacy.data()),
-                                                           static_cast<CFIndex>(legacy.size()), true);
+    writeFile(legacy + "/Contents/Resources/French.lproj/Localizable.strings",
+              "\"Rate\" = \"Vitesse\";");
+    writeFile(legacy + "/Contents/Resources/English.lproj/Localizable.strings",
+              "\"Rate\" = \"Rate (Hz)\";");
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(legacy.data()),
+        static_cast<CFIndex>(legacy.size()), true);
     CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
     ASSERT_NE(nullptr, bundle);
     setenv("LANG", "fr_BE.UTF-8", 1);
@@ -250,7 +273,8 @@ TEST_F(CFBundleTest, ResourcesUnlocalizedFirstThenByLanguage)
     EXPECT_FALSE(CFURLHasDirectoryPath(icon));
     CFRelease(icon);
 
-    CFURLRef panel = CFBundleCopyResourceURL(mBundle, CFSTR("Panel"), CFSTR("bundle"), CFSTR("Views"));
+    CFURLRef panel =
+        CFBundleCopyResourceURL(mBundle, CFSTR("Panel"), CFSTR("bundle"), CFSTR("Views"));
     EXPECT_EQ(mBundlePath + "/Contents/Resources/Views/Panel.bundle", path(panel));
     EXPECT_TRUE(CFURLHasDirectoryPath(panel));
     CFRelease(panel);
@@ -271,12 +295,13 @@ TEST_F(CFBundleTest, FindsTheBundleOfADlopenedBinary)
         std::ofstream target(bundle + "/Contents/Linux/Loaded", std::ios::binary);
         target << source.rdbuf();
     }
-    CFStringRef key = CFStringCreateWithCString(kCFAllocatorDefault, identifier.c_str(), kCFStringEncodingUTF8);
+    CFStringRef key =
+        CFStringCreateWithCString(kCFAllocatorDefault, identifier.c_str(), kCFStringEncodingUTF8);
     EXPECT_EQ(nullptr, CFBundleGetBundleWithIdentifier(key)); // not loaded yet
 
     // Loaded the way a host would, through a path with extra components.
     const std::string loadPath = mRoot + "/./Loaded.component/Contents/Linux/Loaded";
-    void *handle = dlopen(loadPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* handle = dlopen(loadPath.c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, handle) << dlerror();
     CFBundleRef found = CFBundleGetBundleWithIdentifier(key);
     ASSERT_NE(nullptr, found);
@@ -287,7 +312,8 @@ TEST_F(CFBundleTest, FindsTheBundleOfADlopenedBinary)
     // Creating it afterwards yields the same object; the executable resolves.
     CFBundleRef created = CFBundleCreate(kCFAllocatorDefault, url);
     EXPECT_EQ(found, created);
-    auto answer = reinterpret_cast<int (*)(void)>(CFBundleGetFunctionPointerForName(created, CFSTR("CFTestPlugInAnswer")));
+    auto answer = reinterpret_cast<int (*)(void)>(
+        CFBundleGetFunctionPointerForName(created, CFSTR("CFTestPlugInAnswer")));
     ASSERT_NE(nullptr, answer);
     EXPECT_EQ(42, answer());
     EXPECT_EQ(nullptr, CFBundleGetFunctionPointerForName(created, CFSTR("NoSuchFunction")));
@@ -312,8 +338,10 @@ TEST_F(CFBundleTest, ConcurrentCreateReleaseAndLookups)
         threads.emplace_back([url, &wrong] {
             for (int i = 0; i < 200; ++i) {
                 CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
-                CFStringRef name = CFBundleCopyLocalizedString(bundle, CFSTR("Dry Out"), nullptr, nullptr);
-                if (!CFEqual(name, CFSTR("Sortie s\xC3\xA8" "che"))) {
+                CFStringRef name =
+                    CFBundleCopyLocalizedString(bundle, CFSTR("Dry Out"), nullptr, nullptr);
+                if (!CFEqual(name, CFSTR("Sortie s\xC3\xA8"
+                                         "che"))) {
                     ++wrong;
                 }
                 CFRelease(name);
@@ -321,7 +349,7 @@ TEST_F(CFBundleTest, ConcurrentCreateReleaseAndLookups)
             }
         });
     }
-    for (std::thread &thread : threads) {
+    for (std::thread& thread : threads) {
         thread.join();
     }
     EXPECT_EQ(0, wrong.load());

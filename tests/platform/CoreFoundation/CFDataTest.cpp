@@ -9,7 +9,8 @@ namespace {
 
 std::string bytesOf(CFDataRef data)
 {
-    return std::string(reinterpret_cast<const char *>(CFDataGetBytePtr(data)), static_cast<size_t>(CFDataGetLength(data)));
+    return std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                       static_cast<size_t>(CFDataGetLength(data)));
 }
 
 } // namespace
@@ -17,7 +18,7 @@ std::string bytesOf(CFDataRef data)
 TEST(CFDataTest, MutableDataGrowsAndCopiesAreIndependent)
 {
     CFMutableDataRef data = CFDataCreateMutable(kCFAllocatorDefault, 2); // capacity is only a hint
-    CFDataAppendBytes(data, reinterpret_cast<const UInt8 *>("abc"), 3);
+    CFDataAppendBytes(data, reinterpret_cast<const UInt8*>("abc"), 3);
     // Appending its own bytes must survive the buffer moving.
     for (int i = 0; i < 6; ++i) {
         CFDataAppendBytes(data, CFDataGetBytePtr(data), 3);
@@ -37,7 +38,8 @@ TEST(CFDataTest, MutableDataGrowsAndCopiesAreIndependent)
     EXPECT_FALSE(CFEqual(data, frozen));
 
     // Immutable data refuses changes and hands out no writable pointer.
-    CFMutableDataRef frozenAsMutable = reinterpret_cast<CFMutableDataRef>(const_cast<__CFData *>(frozen));
+    CFMutableDataRef frozenAsMutable =
+        reinterpret_cast<CFMutableDataRef>(const_cast<__CFData*>(frozen));
     CFDataAppendBytes(frozenAsMutable, part, 2);
     EXPECT_EQ(21, CFDataGetLength(frozen));
     EXPECT_EQ(nullptr, CFDataGetMutableBytePtr(frozenAsMutable));

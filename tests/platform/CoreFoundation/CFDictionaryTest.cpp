@@ -10,7 +10,7 @@
 
 namespace {
 
-CFStringRef makeString(const std::string &text)
+CFStringRef makeString(const std::string& text)
 {
     return CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8);
 }
@@ -38,16 +38,16 @@ TEST(CFDictionaryTest, SettingAnEqualKeyReplacesTheValue)
     CFDictionarySetValue(dict, sameKey, second);
     EXPECT_EQ(1, CFDictionaryGetCount(dict));
     EXPECT_EQ(second, CFDictionaryGetValue(dict, key));
-    EXPECT_EQ(1, CFGetRetainCount(first));  // old value released
+    EXPECT_EQ(1, CFGetRetainCount(first)); // old value released
     EXPECT_EQ(2, CFGetRetainCount(second));
-    EXPECT_EQ(2, CFGetRetainCount(key));    // the first key object stays
+    EXPECT_EQ(2, CFGetRetainCount(key)); // the first key object stays
     EXPECT_EQ(1, CFGetRetainCount(sameKey));
 
     // Setting the value already held must not release it on the way.
     CFDictionarySetValue(dict, key, second);
     EXPECT_EQ(2, CFGetRetainCount(second));
 
-    CFDictionaryAddValue(dict, key, first);       // present: no change
+    CFDictionaryAddValue(dict, key, first);                 // present: no change
     CFDictionaryReplaceValue(dict, CFSTR("absent"), first); // absent: no change
     EXPECT_EQ(1, CFDictionaryGetCount(dict));
     EXPECT_EQ(second, CFDictionaryGetValue(dict, key));
@@ -89,15 +89,17 @@ TEST(CFDictionaryTest, ManyKeysAreNeitherLostNorDuplicated)
     }
     ASSERT_EQ(kCount / 2, CFDictionaryGetCount(dict));
 
-    std::vector<const void *> keys(kCount / 2);
-    std::vector<const void *> values(kCount / 2);
+    std::vector<const void*> keys(kCount / 2);
+    std::vector<const void*> values(kCount / 2);
     CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
     std::set<int> seen;
     for (size_t i = 0; i < keys.size(); ++i) {
         int number = -1;
-        ASSERT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(values[i]), kCFNumberIntType, &number));
+        ASSERT_TRUE(
+            CFNumberGetValue(static_cast<CFNumberRef>(values[i]), kCFNumberIntType, &number));
         char text[32];
-        ASSERT_TRUE(CFStringGetCString(static_cast<CFStringRef>(keys[i]), text, sizeof text, kCFStringEncodingUTF8));
+        ASSERT_TRUE(CFStringGetCString(static_cast<CFStringRef>(keys[i]), text, sizeof text,
+                                       kCFStringEncodingUTF8));
         EXPECT_EQ("key" + std::to_string(number), text); // pairs stay aligned
         EXPECT_EQ(1, number % 2);
         seen.insert(number);
@@ -118,7 +120,8 @@ TEST(CFDictionaryTest, NullCallbacksUseIdentityAndNoRetain)
     CFStringRef key = makeString("k");
     CFStringRef twin = makeString("k");
     CFStringRef value = makeString("v");
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr);
+    CFMutableDictionaryRef dict =
+        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr);
     CFDictionarySetValue(dict, key, value);
     CFDictionarySetValue(dict, twin, value);
     EXPECT_EQ(2, CFDictionaryGetCount(dict)); // distinct objects, distinct keys
@@ -131,7 +134,8 @@ TEST(CFDictionaryTest, NullCallbacksUseIdentityAndNoRetain)
     EXPECT_EQ(1, CFGetRetainCount(twin));
 
     // Type keys with unretained values: only keys are retained.
-    CFMutableDictionaryRef mixed = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, nullptr);
+    CFMutableDictionaryRef mixed =
+        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, nullptr);
     CFDictionarySetValue(mixed, key, value);
     EXPECT_EQ(2, CFGetRetainCount(key));
     EXPECT_EQ(1, CFGetRetainCount(value));
@@ -147,14 +151,15 @@ TEST(CFDictionaryTest, NullCallbacksUseIdentityAndNoRetain)
 TEST(CFDictionaryTest, CreateFromArraysAndNestedOwnership)
 {
     CFStringRef inner = makeString("inner");
-    const void *keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
-    const void *values[] = {inner, kCFBooleanTrue, kCFBooleanFalse};
-    CFDictionaryRef dict = CFDictionaryCreate(kCFAllocatorDefault, keys, values, 3, &kCFTypeDictionaryKeyCallBacks,
-                                              &kCFTypeDictionaryValueCallBacks);
+    const void* keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
+    const void* values[] = {inner, kCFBooleanTrue, kCFBooleanFalse};
+    CFDictionaryRef dict =
+        CFDictionaryCreate(kCFAllocatorDefault, keys, values, 3, &kCFTypeDictionaryKeyCallBacks,
+                           &kCFTypeDictionaryValueCallBacks);
     EXPECT_EQ(2, CFDictionaryGetCount(dict));
     EXPECT_EQ(kCFBooleanFalse, CFDictionaryGetValue(dict, CFSTR("a"))); // the later pair wins
     EXPECT_EQ(1, CFGetRetainCount(inner));                              // replaced, released
-    const void *found = nullptr;
+    const void* found = nullptr;
     EXPECT_TRUE(CFDictionaryGetValueIfPresent(dict, CFSTR("b"), &found));
     EXPECT_EQ(kCFBooleanTrue, found);
     EXPECT_TRUE(CFDictionaryContainsValue(dict, kCFBooleanTrue));
@@ -171,7 +176,9 @@ TEST(CFDictionaryTest, CreateFromArraysAndNestedOwnership)
     CFRelease(array);
     EXPECT_EQ(1, CFGetRetainCount(inner));
 
-    CFDictionarySetValue(reinterpret_cast<CFMutableDictionaryRef>(const_cast<__CFDictionary *>(dict)), CFSTR("c"), inner);
+    CFDictionarySetValue(
+        reinterpret_cast<CFMutableDictionaryRef>(const_cast<__CFDictionary*>(dict)), CFSTR("c"),
+        inner);
     EXPECT_EQ(2, CFDictionaryGetCount(dict)); // immutable: ignored
     CFRelease(dict);
     CFRelease(inner);

@@ -10,21 +10,23 @@
 
 namespace {
 
-struct Conversion {
+struct Conversion
+{
     CFNumberType mFrom;
-    double mReal;     // source value when mFrom is a real type
-    SInt64 mInteger;  // source value when mFrom is an integer type
+    double mReal;    // source value when mFrom is a real type
+    SInt64 mInteger; // source value when mFrom is an integer type
     CFNumberType mTo;
     double mExpected; // converted value, compared exactly
     bool mExact;
 };
 
-std::ostream &operator<<(std::ostream &out, const Conversion &c)
+std::ostream& operator<<(std::ostream& out, const Conversion& c)
 {
-    return out << "type " << c.mFrom << " (" << c.mReal << "/" << c.mInteger << ") -> type " << c.mTo;
+    return out << "type " << c.mFrom << " (" << c.mReal << "/" << c.mInteger << ") -> type "
+               << c.mTo;
 }
 
-CFNumberRef makeNumber(const Conversion &c)
+CFNumberRef makeNumber(const Conversion& c)
 {
     const SInt8 i8 = static_cast<SInt8>(c.mInteger);
     const SInt16 i16 = static_cast<SInt16>(c.mInteger);
@@ -51,7 +53,7 @@ CFNumberRef makeNumber(const Conversion &c)
 }
 
 // Reads number as type to and widens the result to double for comparison.
-bool readAs(CFNumberRef number, CFNumberType to, double &out)
+bool readAs(CFNumberRef number, CFNumberType to, double& out)
 {
     union {
         SInt8 i8;
@@ -88,13 +90,15 @@ bool readAs(CFNumberRef number, CFNumberType to, double &out)
     return exact;
 }
 
-class CFNumberConversionTest : public ::testing::TestWithParam<Conversion> {};
+class CFNumberConversionTest : public ::testing::TestWithParam<Conversion>
+{
+};
 
 } // namespace
 
 TEST_P(CFNumberConversionTest, ConvertsLikeTheRules)
 {
-    const Conversion &c = GetParam();
+    const Conversion& c = GetParam();
     CFNumberRef number = makeNumber(c);
     ASSERT_NE(nullptr, number);
     double value = 0.0;
@@ -125,10 +129,13 @@ INSTANTIATE_TEST_SUITE_P(
         // Integers to reals: exact unless precision is lost.
         Conversion{kCFNumberSInt32Type, 0, 7, kCFNumberDoubleType, 7.0, true},
         Conversion{kCFNumberSInt32Type, 0, 16777217, kCFNumberFloat32Type, 16777216.0, false},
-        Conversion{kCFNumberSInt64Type, 0, (SInt64(1) << 53) + 1, kCFNumberFloat64Type, 9007199254740992.0, false},
+        Conversion{kCFNumberSInt64Type, 0, (SInt64(1) << 53) + 1, kCFNumberFloat64Type,
+                   9007199254740992.0, false},
         // Reals to reals.
-        Conversion{kCFNumberFloat32Type, 0.1, 0, kCFNumberFloat64Type, static_cast<double>(0.1f), true},
-        Conversion{kCFNumberFloat64Type, 0.1, 0, kCFNumberFloat32Type, static_cast<double>(0.1f), false},
+        Conversion{kCFNumberFloat32Type, 0.1, 0, kCFNumberFloat64Type, static_cast<double>(0.1f),
+                   true},
+        Conversion{kCFNumberFloat64Type, 0.1, 0, kCFNumberFloat32Type, static_cast<double>(0.1f),
+                   false},
         Conversion{kCFNumberFloat64Type, 0.5, 0, kCFNumberFloatType, 0.5, true},
         Conversion{kCFNumberFloat64Type, 1e300, 0, kCFNumberFloat32Type, INFINITY, false}));
 
@@ -184,8 +191,8 @@ TEST(CFNumberTest, EqualityComparesValuesAcrossTypes)
     EXPECT_EQ(kCFCompareLessThan, CFNumberCompare(f, g, nullptr));
 
     // Equal numbers are one dictionary key.
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                            &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFDictionarySetValue(dict, a, CFSTR("int"));
     CFDictionarySetValue(dict, b, CFSTR("real"));
     EXPECT_EQ(1, CFDictionaryGetCount(dict));

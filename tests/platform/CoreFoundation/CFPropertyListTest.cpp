@@ -11,8 +11,8 @@ namespace {
 
 CFMutableDictionaryRef makeState()
 {
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                            &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     const SInt32 version = 0;
     const SInt32 subtype = 0x666C6E67;
     const SInt64 negative = -1234567890123LL;
@@ -26,46 +26,53 @@ CFMutableDictionaryRef makeState()
                              CFNumberCreate(kCFAllocatorDefault, kCFNumberFloatType, &load),
                              CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &whole),
                              CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &tenth)};
-    const char *names[] = {"version", "subtype", "negative", "cpu-load", "whole", "tenth"};
+    const char* names[] = {"version", "subtype", "negative", "cpu-load", "whole", "tenth"};
     for (int i = 0; i < 6; ++i) {
-        CFStringRef key = CFStringCreateWithCString(kCFAllocatorDefault, names[i], kCFStringEncodingUTF8);
+        CFStringRef key =
+            CFStringCreateWithCString(kCFAllocatorDefault, names[i], kCFStringEncodingUTF8);
         CFDictionarySetValue(dict, key, numbers[i]);
         CFRelease(key);
         CFRelease(numbers[i]);
     }
     CFDataRef data = CFDataCreate(kCFAllocatorDefault, blob, sizeof blob);
     CFDataRef empty = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
-    CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, "Wah <&> \"Caf\xC3\xA9\"", kCFStringEncodingUTF8);
-    const void *items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
+    CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, "Wah <&> \"Caf\xC3\xA9\"",
+                                                 kCFStringEncodingUTF8);
+    const void* items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
     CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks);
-    CFMutableDictionaryRef names2 = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                              &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef names2 = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFDictionarySetValue(names2, CFSTR("0"), CFSTR("Left"));
     CFDictionarySetValue(dict, CFSTR("data"), data);
     CFDictionarySetValue(dict, CFSTR("empty"), empty);
     CFDictionarySetValue(dict, CFSTR("name"), name);
     CFDictionarySetValue(dict, CFSTR("flags"), array);
     CFDictionarySetValue(dict, CFSTR("element-name"), names2);
-    for (CFTypeRef object : {CFTypeRef(data), CFTypeRef(empty), CFTypeRef(name), CFTypeRef(array), CFTypeRef(names2)}) {
+    for (CFTypeRef object : {CFTypeRef(data), CFTypeRef(empty), CFTypeRef(name), CFTypeRef(array),
+                             CFTypeRef(names2)}) {
         CFRelease(object);
     }
     return dict;
 }
 
-bool isFloat(CFDictionaryRef dict, const char *key)
+bool isFloat(CFDictionaryRef dict, const char* key)
 {
     CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
-    const bool result = CFNumberIsFloatType(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, name)));
+    const bool result =
+        CFNumberIsFloatType(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, name)));
     CFRelease(name);
     return result;
 }
 
 std::string bytesOf(CFDataRef data)
 {
-    return std::string(reinterpret_cast<const char *>(CFDataGetBytePtr(data)), static_cast<size_t>(CFDataGetLength(data)));
+    return std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                       static_cast<size_t>(CFDataGetLength(data)));
 }
 
-class CFPropertyListFormatTest : public ::testing::TestWithParam<CFPropertyListFormat> {};
+class CFPropertyListFormatTest : public ::testing::TestWithParam<CFPropertyListFormat>
+{
+};
 
 } // namespace
 
@@ -79,7 +86,8 @@ TEST_P(CFPropertyListFormatTest, RoundTripKeepsValuesAndKinds)
     EXPECT_EQ(1, CFGetRetainCount(data));
 
     CFPropertyListFormat format = 0;
-    CFPropertyListRef back = CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable, &format, &error);
+    CFPropertyListRef back = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListImmutable, &format, &error);
     ASSERT_NE(nullptr, back);
     EXPECT_EQ(GetParam(), format);
     EXPECT_EQ(1, CFGetRetainCount(back));
@@ -91,18 +99,22 @@ TEST_P(CFPropertyListFormatTest, RoundTripKeepsValuesAndKinds)
     EXPECT_TRUE(isFloat(dict, "whole")); // 3.0 stays a real
     EXPECT_TRUE(isFloat(dict, "cpu-load"));
     Float32 load = 0.0f;
-    EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, CFSTR("cpu-load"))),
-                                 kCFNumberFloatType, &load));
+    EXPECT_TRUE(
+        CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, CFSTR("cpu-load"))),
+                         kCFNumberFloatType, &load));
     EXPECT_EQ(0.25f, load);
-    EXPECT_EQ(kCFBooleanTrue, CFArrayGetValueAtIndex(static_cast<CFArrayRef>(CFDictionaryGetValue(dict, CFSTR("flags"))), 0));
+    EXPECT_EQ(kCFBooleanTrue,
+              CFArrayGetValueAtIndex(
+                  static_cast<CFArrayRef>(CFDictionaryGetValue(dict, CFSTR("flags"))), 0));
 
     // Immutable by default; mutable containers on request.
-    CFMutableDictionaryRef fixed = static_cast<CFMutableDictionaryRef>(const_cast<void *>(back));
+    CFMutableDictionaryRef fixed = static_cast<CFMutableDictionaryRef>(const_cast<void*>(back));
     CFDictionarySetValue(fixed, CFSTR("extra"), kCFBooleanTrue);
     EXPECT_FALSE(CFDictionaryContainsKey(dict, CFSTR("extra")));
-    CFPropertyListRef editable = CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListMutableContainers,
-                                                              nullptr, nullptr);
-    CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(const_cast<void *>(editable)), CFSTR("extra"), kCFBooleanTrue);
+    CFPropertyListRef editable = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListMutableContainers, nullptr, nullptr);
+    CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(const_cast<void*>(editable)),
+                         CFSTR("extra"), kCFBooleanTrue);
     EXPECT_TRUE(CFDictionaryContainsKey(static_cast<CFDictionaryRef>(editable), CFSTR("extra")));
 
     CFRelease(editable);
@@ -112,12 +124,14 @@ TEST_P(CFPropertyListFormatTest, RoundTripKeepsValuesAndKinds)
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, CFPropertyListFormatTest,
-                         ::testing::Values(kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0));
+                         ::testing::Values(kCFPropertyListXMLFormat_v1_0,
+                                           kCFPropertyListBinaryFormat_v1_0));
 
 TEST(CFPropertyListTest, XmlSpellsIntegersAndRealsApart)
 {
     CFMutableDictionaryRef state = makeState();
-    CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, state, kCFPropertyListXMLFormat_v1_0, 0, nullptr);
+    CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, state,
+                                              kCFPropertyListXMLFormat_v1_0, 0, nullptr);
     const std::string xml = bytesOf(data);
     EXPECT_NE(std::string::npos, xml.find("<key>subtype</key>\n\t<integer>1718382183</integer>"));
     EXPECT_NE(std::string::npos, xml.find("<integer>-1234567890123</integer>"));
@@ -125,7 +139,8 @@ TEST(CFPropertyListTest, XmlSpellsIntegersAndRealsApart)
     EXPECT_NE(std::string::npos, xml.find("&lt;&amp;&gt;"));
     // Keys are written in order, so equal trees give equal bytes.
     EXPECT_LT(xml.find("<key>cpu-load</key>"), xml.find("<key>version</key>"));
-    CFDataRef again = CFPropertyListCreateData(kCFAllocatorDefault, state, kCFPropertyListXMLFormat_v1_0, 0, nullptr);
+    CFDataRef again = CFPropertyListCreateData(kCFAllocatorDefault, state,
+                                               kCFPropertyListXMLFormat_v1_0, 0, nullptr);
     EXPECT_TRUE(CFEqual(data, again));
     CFRelease(again);
     CFRelease(data);
@@ -134,19 +149,23 @@ TEST(CFPropertyListTest, XmlSpellsIntegersAndRealsApart)
 
 TEST(CFPropertyListTest, ReadsAHandWrittenPresetFile)
 {
-    const char xml[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
-                       "  <key>version</key><integer>0</integer>\n"
-                       "  <key>manufacturer</key><integer>-5</integer>\n"
-                       "  <key>data</key><data>AAAAAQ==</data>\n"
-                       "  <key>name</key><string>Slow &amp; Deep</string>\n"
-                       "</dict>\n</plist>\n";
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(xml), sizeof xml - 1);
-    CFPropertyListRef plist = CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
+    const char xml[] =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+        "  <key>version</key><integer>0</integer>\n"
+        "  <key>manufacturer</key><integer>-5</integer>\n"
+        "  <key>data</key><data>AAAAAQ==</data>\n"
+        "  <key>name</key><string>Slow &amp; Deep</string>\n"
+        "</dict>\n</plist>\n";
+    CFDataRef data =
+        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(xml), sizeof xml - 1);
+    CFPropertyListRef plist = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
     ASSERT_EQ(CFDictionaryGetTypeID(), CFGetTypeID(plist));
     const auto dict = static_cast<CFDictionaryRef>(plist);
     SInt32 manufacturer = 0;
-    EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, CFSTR("manufacturer"))),
-                                 kCFNumberSInt32Type, &manufacturer));
+    EXPECT_TRUE(CFNumberGetValue(
+        static_cast<CFNumberRef>(CFDictionaryGetValue(dict, CFSTR("manufacturer"))),
+        kCFNumberSInt32Type, &manufacturer));
     EXPECT_EQ(-5, manufacturer);
     const auto blob = static_cast<CFDataRef>(CFDictionaryGetValue(dict, CFSTR("data")));
     ASSERT_EQ(4, CFDataGetLength(blob));
@@ -159,32 +178,38 @@ TEST(CFPropertyListTest, ReadsAHandWrittenPresetFile)
 TEST(CFPropertyListTest, InvalidInputFailsWithAnError)
 {
     const char garbage[] = "this is not a property list";
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(garbage), sizeof garbage - 1);
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(garbage),
+                                  sizeof garbage - 1);
     CFErrorRef error = nullptr;
     EXPECT_EQ(nullptr, CFPropertyListCreateWithData(kCFAllocatorDefault, data, 0, nullptr, &error));
     ASSERT_NE(nullptr, error);
     EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
     CFRelease(error);
-    EXPECT_EQ(nullptr, CFPropertyListCreateWithData(kCFAllocatorDefault, data, 0, nullptr, nullptr));
+    EXPECT_EQ(nullptr,
+              CFPropertyListCreateWithData(kCFAllocatorDefault, data, 0, nullptr, nullptr));
     CFDataRef empty = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
-    EXPECT_EQ(nullptr, CFPropertyListCreateWithData(kCFAllocatorDefault, empty, 0, nullptr, nullptr));
+    EXPECT_EQ(nullptr,
+              CFPropertyListCreateWithData(kCFAllocatorDefault, empty, 0, nullptr, nullptr));
     CFRelease(empty);
 
     // A non-string key, or a non-property-list value, cannot be written.
     const SInt32 one = 1;
     CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &one);
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                            &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFDictionarySetValue(dict, number, CFSTR("one"));
-    EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict, kCFPropertyListXMLFormat_v1_0, 0, &error));
+    EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict,
+                                                kCFPropertyListXMLFormat_v1_0, 0, &error));
     ASSERT_NE(nullptr, error);
     EXPECT_EQ(kCFPropertyListWriteInvalidError, CFErrorGetCode(error));
     CFRelease(error);
     EXPECT_FALSE(CFPropertyListIsValid(dict, kCFPropertyListXMLFormat_v1_0));
     CFDictionaryRemoveAllValues(dict);
-    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("/tmp"), kCFURLPOSIXPathStyle, true);
+    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("/tmp"),
+                                                 kCFURLPOSIXPathStyle, true);
     CFDictionarySetValue(dict, CFSTR("url"), url);
-    EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+    EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict,
+                                                kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     CFRelease(url);
     CFRelease(dict);
     CFRelease(number);
@@ -194,11 +219,12 @@ TEST(CFPropertyListTest, InvalidInputFailsWithAnError)
 TEST(CFPropertyListTest, DeepCopyIsEqualAndIndependent)
 {
     CFMutableDictionaryRef state = makeState();
-    CFPropertyListRef copy = CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, kCFPropertyListMutableContainers);
+    CFPropertyListRef copy =
+        CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, kCFPropertyListMutableContainers);
     ASSERT_NE(nullptr, copy);
     EXPECT_TRUE(CFEqual(state, copy));
-    auto *inner = static_cast<CFMutableDictionaryRef>(
-        const_cast<void *>(CFDictionaryGetValue(static_cast<CFDictionaryRef>(copy), CFSTR("element-name"))));
+    auto* inner = static_cast<CFMutableDictionaryRef>(const_cast<void*>(
+        CFDictionaryGetValue(static_cast<CFDictionaryRef>(copy), CFSTR("element-name"))));
     CFDictionarySetValue(inner, CFSTR("1"), CFSTR("Right"));
     EXPECT_FALSE(CFEqual(state, copy));
     CFRelease(copy);

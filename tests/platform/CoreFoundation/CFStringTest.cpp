@@ -8,7 +8,7 @@
 
 namespace {
 
-CFStringRef makeUTF8(const char *text)
+CFStringRef makeUTF8(const char* text)
 {
     return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
 }
@@ -30,7 +30,8 @@ TEST(CFStringTest, LengthCountsUTF16Units)
 
     EXPECT_EQ(nullptr, makeUTF8("bad \xC3"));
     EXPECT_EQ(nullptr, makeUTF8("overlong \xC0\xAF"));
-    EXPECT_EQ(nullptr, CFStringCreateWithCString(kCFAllocatorDefault, "\xE9t\xE9", kCFStringEncodingASCII));
+    EXPECT_EQ(nullptr,
+              CFStringCreateWithCString(kCFAllocatorDefault, "\xE9t\xE9", kCFStringEncodingASCII));
 }
 
 TEST(CFStringTest, GetCStringNeedsRoomForTheTerminator)
@@ -47,7 +48,7 @@ TEST(CFStringTest, GetCStringNeedsRoomForTheTerminator)
     EXPECT_STREQ("caf\xE9", buffer);
 
     // The direct pointer is optional: when present it holds the same text.
-    const char *direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8);
+    const char* direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8);
     if (direct != nullptr) {
         EXPECT_STREQ("caf\xC3\xA9", direct);
     }
@@ -64,13 +65,16 @@ TEST(CFStringTest, GetCStringNeedsRoomForTheTerminator)
 TEST(CFStringTest, BytesInOtherEncodingsDecode)
 {
     const UInt8 utf16WithBOM[] = {0xFF, 0xFE, 'h', 0, 0xE9, 0};
-    CFStringRef little = CFStringCreateWithBytes(kCFAllocatorDefault, utf16WithBOM, 6, kCFStringEncodingUTF16, true);
+    CFStringRef little =
+        CFStringCreateWithBytes(kCFAllocatorDefault, utf16WithBOM, 6, kCFStringEncodingUTF16, true);
     const UInt8 bigEndian[] = {0, 'h', 0, 0xE9};
-    CFStringRef big = CFStringCreateWithBytes(kCFAllocatorDefault, bigEndian, 4, kCFStringEncodingUTF16BE, false);
+    CFStringRef big =
+        CFStringCreateWithBytes(kCFAllocatorDefault, bigEndian, 4, kCFStringEncodingUTF16BE, false);
     CFStringRef expected = makeUTF8("h\xC3\xA9");
     EXPECT_TRUE(CFEqual(expected, little));
     EXPECT_TRUE(CFEqual(expected, big));
-    EXPECT_EQ(nullptr, CFStringCreateWithBytes(kCFAllocatorDefault, utf16WithBOM, 5, kCFStringEncodingUTF16, true));
+    EXPECT_EQ(nullptr, CFStringCreateWithBytes(kCFAllocatorDefault, utf16WithBOM, 5,
+                                               kCFStringEncodingUTF16, true));
     CFRelease(expected);
     CFRelease(big);
     CFRelease(little);
@@ -83,11 +87,15 @@ TEST(CFStringTest, CompareOrdersByUnitsCaseAndNumbers)
     EXPECT_EQ(kCFCompareLessThan, CFStringCompare(CFSTR("ab"), CFSTR("abc"), 0));
     EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(CFSTR("Flanger"), CFSTR("Flanger"), 0));
     EXPECT_EQ(kCFCompareLessThan, CFStringCompare(CFSTR("Z"), CFSTR("a"), 0));
-    EXPECT_EQ(kCFCompareGreaterThan, CFStringCompare(CFSTR("Z"), CFSTR("a"), kCFCompareCaseInsensitive));
-    EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(CFSTR("WAH"), CFSTR("wah"), kCFCompareCaseInsensitive));
+    EXPECT_EQ(kCFCompareGreaterThan,
+              CFStringCompare(CFSTR("Z"), CFSTR("a"), kCFCompareCaseInsensitive));
+    EXPECT_EQ(kCFCompareEqualTo,
+              CFStringCompare(CFSTR("WAH"), CFSTR("wah"), kCFCompareCaseInsensitive));
     EXPECT_EQ(kCFCompareLessThan, CFStringCompare(CFSTR("preset10"), CFSTR("preset9"), 0));
-    EXPECT_EQ(kCFCompareGreaterThan, CFStringCompare(CFSTR("preset10"), CFSTR("preset9"), kCFCompareNumerically));
-    EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(CFSTR("p007"), CFSTR("p7"), kCFCompareNumerically));
+    EXPECT_EQ(kCFCompareGreaterThan,
+              CFStringCompare(CFSTR("preset10"), CFSTR("preset9"), kCFCompareNumerically));
+    EXPECT_EQ(kCFCompareEqualTo,
+              CFStringCompare(CFSTR("p007"), CFSTR("p7"), kCFCompareNumerically));
     EXPECT_TRUE(CFStringHasPrefix(CFSTR("Warble 1"), CFSTR("Warble")));
     EXPECT_TRUE(CFStringHasSuffix(CFSTR("Warble 1"), CFSTR(" 1")));
     EXPECT_FALSE(CFStringHasSuffix(CFSTR("1"), CFSTR("Warble 1")));
@@ -96,8 +104,9 @@ TEST(CFStringTest, CompareOrdersByUnitsCaseAndNumbers)
 TEST(CFStringTest, FormatAndMutation)
 {
     CFStringRef name = CFSTR("Phaser");
-    CFStringRef formatted = CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, CFSTR("%d|%5.2f|%@|%s|%u%%|%lld"), -12,
-                                                     3.14159, name, "c", 7u, 1234567890123LL);
+    CFStringRef formatted =
+        CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, CFSTR("%d|%5.2f|%@|%s|%u%%|%lld"),
+                                 -12, 3.14159, name, "c", 7u, 1234567890123LL);
     char buffer[128];
     ASSERT_TRUE(CFStringGetCString(formatted, buffer, sizeof buffer, kCFStringEncodingUTF8));
     EXPECT_STREQ("-12| 3.14|Phaser|c|7%|1234567890123", buffer);
@@ -120,7 +129,8 @@ TEST(CFStringTest, FormatAndMutation)
     CFStringRef highString = CFStringCreateWithCharacters(kCFAllocatorDefault, &high, 1);
     CFStringRef lowString = CFStringCreateWithCharacters(kCFAllocatorDefault, &low, 1);
     CFStringAppend(pair, highString);
-    EXPECT_FALSE(CFStringGetCString(pair, buffer, sizeof buffer, kCFStringEncodingUTF8)); // lone surrogate
+    EXPECT_FALSE(
+        CFStringGetCString(pair, buffer, sizeof buffer, kCFStringEncodingUTF8)); // lone surrogate
     CFStringAppend(pair, lowString);
     CFStringAppend(pair, pair);
     ASSERT_TRUE(CFStringGetCString(pair, buffer, sizeof buffer, kCFStringEncodingUTF8));
@@ -132,7 +142,8 @@ TEST(CFStringTest, FormatAndMutation)
 
     // Appending to an immutable string changes nothing.
     CFStringRef fixed = makeUTF8("fixed");
-    CFStringAppend(reinterpret_cast<CFMutableStringRef>(const_cast<__CFString *>(fixed)), CFSTR("more"));
+    CFStringAppend(reinterpret_cast<CFMutableStringRef>(const_cast<__CFString*>(fixed)),
+                   CFSTR("more"));
     EXPECT_EQ(5, CFStringGetLength(fixed));
     CFRelease(fixed);
 

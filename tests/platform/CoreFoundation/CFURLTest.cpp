@@ -11,7 +11,8 @@ namespace {
 std::string path(CFURLRef url, bool resolve)
 {
     char buffer[4096];
-    return CFURLGetFileSystemRepresentation(url, resolve, reinterpret_cast<UInt8 *>(buffer), sizeof buffer)
+    return CFURLGetFileSystemRepresentation(url, resolve, reinterpret_cast<UInt8*>(buffer),
+                                            sizeof buffer)
                ? std::string(buffer)
                : std::string("<failed>");
 }
@@ -19,14 +20,17 @@ std::string path(CFURLRef url, bool resolve)
 std::string text(CFStringRef string)
 {
     char buffer[4096];
-    return CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8) ? std::string(buffer) : "<failed>";
+    return CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingUTF8)
+               ? std::string(buffer)
+               : "<failed>";
 }
 
 } // namespace
 
 TEST(CFURLTest, AbsolutePathsRoundTrip)
 {
-    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("/tmp/Some Folder/Vandrel.component/"),
+    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault,
+                                                 CFSTR("/tmp/Some Folder/Vandrel.component/"),
                                                  kCFURLPOSIXPathStyle, true);
     ASSERT_NE(nullptr, url);
     EXPECT_EQ("/tmp/Some Folder/Vandrel.component", path(url, true));
@@ -36,18 +40,20 @@ TEST(CFURLTest, AbsolutePathsRoundTrip)
     EXPECT_EQ("Vandrel.component", text(last));
     EXPECT_TRUE(CFURLHasDirectoryPath(url));
 
-    CFURLRef child = CFURLCreateCopyAppendingPathComponent(kCFAllocatorDefault, url, CFSTR("Contents"), true);
+    CFURLRef child =
+        CFURLCreateCopyAppendingPathComponent(kCFAllocatorDefault, url, CFSTR("Contents"), true);
     EXPECT_EQ("/tmp/Some Folder/Vandrel.component/Contents", path(child, true));
 
     const char raw[] = "/tmp/Some Folder/Vandrel.component";
-    CFURLRef same = CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(raw),
-                                                            sizeof raw - 1, true);
+    CFURLRef same = CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(raw), sizeof raw - 1, true);
     EXPECT_TRUE(CFEqual(url, same));
     EXPECT_EQ(CFHash(url), CFHash(same));
 
     UInt8 small[8];
     EXPECT_FALSE(CFURLGetFileSystemRepresentation(url, true, small, sizeof small));
-    for (CFTypeRef object : {CFTypeRef(url), CFTypeRef(copied), CFTypeRef(last), CFTypeRef(child), CFTypeRef(same)}) {
+    for (CFTypeRef object :
+         {CFTypeRef(url), CFTypeRef(copied), CFTypeRef(last), CFTypeRef(child), CFTypeRef(same)}) {
         CFRelease(object);
     }
 }
@@ -56,12 +62,14 @@ TEST(CFURLTest, RelativePathsResolveAgainstTheWorkingDirectory)
 {
     char cwd[4096];
     ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
-    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("presets/a.aupreset"), kCFURLPOSIXPathStyle,
-                                                 false);
+    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("presets/a.aupreset"),
+                                                 kCFURLPOSIXPathStyle, false);
     EXPECT_EQ("presets/a.aupreset", path(url, false));
     EXPECT_EQ(std::string(cwd) + "/presets/a.aupreset", path(url, true));
     CFRelease(url);
 
-    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR(""), kCFURLPOSIXPathStyle, false));
-    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(kCFAllocatorDefault, nullptr, kCFURLPOSIXPathStyle, false));
+    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR(""),
+                                                     kCFURLPOSIXPathStyle, false));
+    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(kCFAllocatorDefault, nullptr,
+                                                     kCFURLPOSIXPathStyle, false));
 }
