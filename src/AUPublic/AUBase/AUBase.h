@@ -359,6 +359,7 @@ public:
     // initialized flags. [control]
     void DoCleanup();
 
+    // Lifecycle flags and the largest slice a render may ask for. [any]
     bool IsInitialized() const { return mInitialized; }
     bool HasBegunInitializing() const { return mHasBegunInitializing; }
     UInt32 GetMaxFramesPerSlice() const { return mMaxFramesPerSlice; }
