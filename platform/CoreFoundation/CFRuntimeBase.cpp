@@ -3,7 +3,6 @@
 #include <cassert>
 #include <climits>
 #include <cstdio>
-#include <vector>
 
 void CFRuntimeBase::retain() const
 {
@@ -58,19 +57,10 @@ std::string CFRuntimeBase::description() const
 
 std::string CFRuntimeUTF8(CFStringRef string)
 {
-    if (string == nullptr) {
-        return std::string();
-    }
-    if (const char* direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) {
-        return direct;
-    }
-    const CFIndex size =
-        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
-    std::vector<char> buffer(static_cast<size_t>(size));
-    if (!CFStringGetCString(string, buffer.data(), size, kCFStringEncodingUTF8)) {
-        return std::string();
-    }
-    return buffer.data();
+    // A string's description is its UTF-8 form (lone surrogates as U+FFFD).
+    return CFGetTypeID(string) == CFStringGetTypeID()
+               ? static_cast<const CFRuntimeBase*>(static_cast<const void*>(string))->description()
+               : std::string();
 }
 
 std::string CFRuntimeIndent(const std::string& text)

@@ -63,7 +63,7 @@ private:
     mutable std::atomic<CFIndex> mRetainCount{1};
 };
 
-// UTF-8 bytes of a string ("" for NULL); shared by the sources that need a
+// UTF-8 bytes of a string ("" for NULL or a non-string); shared by the sources that need a
 // C++ string of a path, key or format.
 std::string CFRuntimeUTF8(CFStringRef string);
 
