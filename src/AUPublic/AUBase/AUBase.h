@@ -325,8 +325,8 @@ public:
     virtual UInt32 GetAudioChannelLayout(AudioUnitScope inScope, AudioUnitElement inElement,
                                          AudioChannelLayout* outLayoutPtr, bool& outWritable);
     // -10851 when the layout's channel count differs from the bus or no
-    // supported tag matches; -10879 when the bus supports no tags. Throws
-    // std::bad_alloc. [control]
+    // supported tag matches; -10879 when the bus supports no tags; paramErr
+    // for a null layout. Throws std::bad_alloc. [control]
     virtual OSStatus SetAudioChannelLayout(AudioUnitScope inScope, AudioUnitElement inElement,
                                            const AudioChannelLayout* inLayout);
     // Removes the bus's layout; 0 when it has none. [control]

@@ -220,6 +220,13 @@ TEST(AUBaseFormatTest, ChannelLayoutsAreRefusedByBusesWithoutLayoutTags)
     layout.mChannelLayoutTag = kAudioChannelLayoutTag_Stereo;
     EXPECT_EQ(unit.SetAudioChannelLayout(kAudioUnitScope_Output, 0, &layout),
               kAudioUnitErr_InvalidProperty);
+    EXPECT_EQ(unit.DispatchSetProperty(kAudioUnitProperty_AudioChannelLayout,
+                                       kAudioUnitScope_Output, 0, &layout, 11),
+              kAudioUnitErr_InvalidPropertyValue);
+    layout.mNumberChannelDescriptions = 1;  // announces 20 more bytes than given
+    EXPECT_EQ(unit.DispatchSetProperty(kAudioUnitProperty_AudioChannelLayout,
+                                       kAudioUnitScope_Output, 0, &layout, 12),
+              kAudioUnitErr_InvalidPropertyValue);
     EXPECT_EQ(unit.GetChannelLayoutTags(kAudioUnitScope_Input, 0, nullptr), 0u);
     EXPECT_EQ(unit.RemoveAudioChannelLayout(kAudioUnitScope_Input, 0), noErr);
     EXPECT_EQ(ThrownStatus([&] { unit.SetAudioChannelLayout(kAudioUnitScope_Global, 0, &layout); }),
