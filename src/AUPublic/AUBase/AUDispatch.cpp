@@ -12,8 +12,7 @@ namespace {
 // Arguments of a component-manager call sit in the 8-byte slots after the
 // instance (slot 0): pointers fill a slot, 32-bit values sit in its low 4
 // bytes. Taking the low bits by value conversion keeps this endian-neutral.
-template <typename T>
-T SlotPointer(const ComponentParameters* inParams, int inSlot)
+template <typename T> T SlotPointer(const ComponentParameters* inParams, int inSlot)
 {
     return reinterpret_cast<T>(inParams->params[inSlot]);
 }
@@ -31,7 +30,7 @@ Float32 SlotFloat32(const ComponentParameters* inParams, int inSlot)
     return value;
 }
 
-}  // namespace
+} // namespace
 
 OSStatus AUDispatch::CurrentExceptionStatus() noexcept
 {
@@ -91,7 +90,8 @@ OSStatus AUDispatch::GetProperty(AUBase& inUnit, AudioUnitPropertyID inID, Audio
     if (requestedSize == 0) {
         return paramErr;
     }
-    OSStatus result = inUnit.DispatchGetPropertyInfo(inID, inScope, inElement, actualSize, writable);
+    OSStatus result =
+        inUnit.DispatchGetPropertyInfo(inID, inScope, inElement, actualSize, writable);
     if (result != noErr) {
         return result;
     }

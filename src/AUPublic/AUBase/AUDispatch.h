@@ -50,10 +50,10 @@ OSStatus SetProperty(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScope in
 // Render: null time stamp or buffer list -> paramErr without touching the
 // unit; null flags read as a local 0. Statuses as AUBase::DoRender. [render]
 OSStatus Render(AUBase& inUnit, AudioUnitRenderActionFlags* ioActionFlags,
-                const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
-                UInt32 inNumberFrames, AudioBufferList* ioData);
+                const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber, UInt32 inNumberFrames,
+                AudioBufferList* ioData);
 
-}  // namespace AUDispatch
+} // namespace AUDispatch
 
 // Fast-dispatch entries handed to component-manager hosts through the fast
 // dispatch property. The first argument is the unit itself (the component's

@@ -6,13 +6,13 @@ namespace {
 // unit's base sits at the start of the storage.
 AUBase* Unit(void* self)
 {
-    return static_cast<AUBase*>(static_cast<ComponentBase*>(AudioComponentPlugInInstanceStorage(self)));
+    return static_cast<AUBase*>(
+        static_cast<ComponentBase*>(AudioComponentPlugInInstanceStorage(self)));
 }
 
 // Runs one method body on the record's unit: null record -> paramErr,
 // exceptions -> their status.
-template <typename Body>
-OSStatus Guarded(void* self, Body&& inBody)
+template <typename Body> OSStatus Guarded(void* self, Body&& inBody)
 {
     if (self == nullptr) {
         return paramErr;
@@ -42,7 +42,8 @@ OSStatus AUMethodGetPropertyInfo(void* self, AudioUnitPropertyID inID, AudioUnit
                                  Boolean* outWritable)
 {
     return Guarded(self, [&](AUBase& unit) {
-        return AUDispatch::GetPropertyInfo(unit, inID, inScope, inElement, outDataSize, outWritable);
+        return AUDispatch::GetPropertyInfo(unit, inID, inScope, inElement, outDataSize,
+                                           outWritable);
     });
 }
 
@@ -117,7 +118,8 @@ OSStatus AUMethodRender(void* self, AudioUnitRenderActionFlags* ioActionFlags,
 
 OSStatus AUMethodAddRenderNotify(void* self, AURenderCallback inProc, void* inRefCon)
 {
-    return Guarded(self, [&](AUBase& unit) { return unit.SetRenderNotification(inProc, inRefCon); });
+    return Guarded(self,
+                   [&](AUBase& unit) { return unit.SetRenderNotification(inProc, inRefCon); });
 }
 
 OSStatus AUMethodRemoveRenderNotify(void* self, AURenderCallback inProc, void* inRefCon)
@@ -133,13 +135,12 @@ OSStatus AUMethodScheduleParameters(void* self, const AudioUnitParameterEvent* i
                    [&](AUBase& unit) { return unit.ScheduleParameter(inEvents, inNumEvents); });
 }
 
-template <typename Method>
-AudioComponentMethod AsMethod(Method inMethod)
+template <typename Method> AudioComponentMethod AsMethod(Method inMethod)
 {
     return reinterpret_cast<AudioComponentMethod>(inMethod);
 }
 
-}  // namespace
+} // namespace
 
 AudioComponentMethod AUBaseLookup::Lookup(SInt16 inSelector)
 {

@@ -31,7 +31,8 @@
 // record as `self` followed by the platform call's arguments, works on the
 // unit stored in the record, and converts exceptions into statuses. A null
 // `self` gives paramErr. [any]
-class AUBaseLookup {
+class AUBaseLookup
+{
 public:
     static AudioComponentMethod Lookup(SInt16 inSelector);
 };
@@ -39,8 +40,8 @@ public:
 // The factory and in-place construction of unit class Impl inside an instance
 // record. Impl must derive (singly) from AUBase and be constructible from the
 // host's instance handle.
-template <class Lookup, class Impl>
-class APFactory {
+template <class Lookup, class Impl> class APFactory
+{
 public:
     // Builds Impl in `memory` (null memory gives null). May throw. [control]
     static void* Construct(void* memory, AudioComponentInstance inInstance)
@@ -90,8 +91,8 @@ public:
 // status. Every other selector goes to AUBase::ComponentEntryDispatch. A null
 // parameter block gives paramErr. [control], and [render] for the render
 // selector.
-template <class Impl>
-class ComponentEntryPoint {
+template <class Impl> class ComponentEntryPoint
+{
 public:
     static OSStatus Dispatch(ComponentParameters* params, Impl* obj)
     {
@@ -126,16 +127,16 @@ private:
     }
 };
 
-#define AU_EXPORT_COMPONENT_ENTRIES(Class, EntryName, FactoryName)                               \
-    extern "C" __attribute__((visibility("default"))) OSStatus EntryName(                        \
-        ComponentParameters* params, Class* obj)                                                 \
-    {                                                                                            \
-        return ComponentEntryPoint<Class>::Dispatch(params, obj);                                \
-    }                                                                                            \
-    extern "C" __attribute__((visibility("default"))) AudioComponentPlugInInterface* FactoryName( \
-        const AudioComponentDescription* inDescription)                                          \
-    {                                                                                            \
-        return APFactory<AUBaseLookup, Class>::Factory(inDescription);                           \
+#define AU_EXPORT_COMPONENT_ENTRIES(Class, EntryName, FactoryName)                                 \
+    extern "C" __attribute__((visibility("default"))) OSStatus EntryName(                          \
+        ComponentParameters* params, Class* obj)                                                   \
+    {                                                                                              \
+        return ComponentEntryPoint<Class>::Dispatch(params, obj);                                  \
+    }                                                                                              \
+    extern "C" __attribute__((visibility("default"))) AudioComponentPlugInInterface* FactoryName(  \
+        const AudioComponentDescription* inDescription)                                            \
+    {                                                                                              \
+        return APFactory<AUBaseLookup, Class>::Factory(inDescription);                             \
     }
 
 #endif

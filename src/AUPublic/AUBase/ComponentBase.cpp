@@ -39,8 +39,7 @@ GetComponentInfoProc sGetComponentInfoProc = nullptr;
 AudioComponentInstanceGetComponentProc sAudioComponentInstanceGetComponentProc = nullptr;
 AudioComponentGetDescriptionProc sAudioComponentGetDescriptionProc = nullptr;
 
-template <typename Proc>
-Proc LookUp(void* inLibrary, const char* inName)
+template <typename Proc> Proc LookUp(void* inLibrary, const char* inName)
 {
     return reinterpret_cast<Proc>(dlsym(inLibrary, inName));
 }
@@ -67,8 +66,8 @@ bool LoadAudioComponentProcs()
     if (library == nullptr) {
         return false;
     }
-    sAudioComponentInstanceGetComponentProc =
-        LookUp<AudioComponentInstanceGetComponentProc>(library, "AudioComponentInstanceGetComponent");
+    sAudioComponentInstanceGetComponentProc = LookUp<AudioComponentInstanceGetComponentProc>(
+        library, "AudioComponentInstanceGetComponent");
     if (sAudioComponentInstanceGetComponentProc != nullptr) {
         sAudioComponentGetDescriptionProc =
             LookUp<AudioComponentGetDescriptionProc>(library, "AudioComponentGetDescription");
@@ -76,7 +75,7 @@ bool LoadAudioComponentProcs()
     return true;
 }
 
-}  // namespace
+} // namespace
 
 // Each look-up is tried once per process, successful or not. A function-local
 // static makes the single attempt safe when two host threads race to it.

@@ -28,11 +28,13 @@
 #include <cstddef>
 
 // The component's own base: instance handle and opening style.
-class ComponentBase {
+class ComponentBase
+{
 public:
-    enum {
+    enum
+    {
         kComponentMgrInstance = 0,  // opened through the component entry point
-        kAudioComponentInstance = 1  // opened through the factory's instance record
+        kAudioComponentInstance = 1 // opened through the factory's instance record
     };
 
     // The opening style handed to the object under construction. Differs from
@@ -93,7 +95,8 @@ protected:
 // object under construction: the constructor locks the recursive open mutex
 // and sets ComponentBase::sNewInstanceType, the destructor restores the
 // previous type and unlocks, so every exit path of an open does both. [control]
-class ComponentInitLocker {
+class ComponentInitLocker
+{
 public:
     explicit ComponentInitLocker(UInt32 inNewInstanceType);
     ~ComponentInitLocker();
@@ -113,7 +116,8 @@ private:
 // Layout of the factory's instance record: the platform's plug-in interface,
 // then the construct and destruct functions of the unit class, then the unit
 // object itself, built in place at offset kInstanceStorageOffset.
-struct AudioComponentPlugInInstance {
+struct AudioComponentPlugInInstance
+{
     AudioComponentPlugInInterface mPlugInInterface;
     void* (*mConstruct)(void* memory, AudioComponentInstance inInstance);
     void (*mDestruct)(void* memory);

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr UInt32 kFractionBitsMask = 0x1F80;  // flag bits 7-12 of a float format
+constexpr UInt32 kFractionBitsMask = 0x1F80; // flag bits 7-12 of a float format
 
 // A 32-bit property value; the data may be unaligned. The caller has
 // checked that four bytes are there.
@@ -68,18 +68,12 @@ void AdvanceBuffers(AudioBufferList& ioList, UInt32 inChannelSize)
     }
 }
 
-}  // namespace
+} // namespace
 
 AUEffectBase::AUEffectBase(AudioComponentInstance inInstance, bool inProcessesInPlace)
-    : AUBase(inInstance, 1, 1, 0),
-      mBypassEffect(false),
-      mProcessesInPlace(inProcessesInPlace),
-      mSilentTimeoutCounter(0),
-      mSilentTimeoutReset(true),
-      mMainOutputElement(nullptr),
-      mMainInputElement(nullptr),
-      mSampleKind(kSampleKindFloat32),
-      mFrameBytes(4)
+    : AUBase(inInstance, 1, 1, 0), mBypassEffect(false), mProcessesInPlace(inProcessesInPlace),
+      mSilentTimeoutCounter(0), mSilentTimeoutReset(true), mMainOutputElement(nullptr),
+      mMainInputElement(nullptr), mSampleKind(kSampleKindFloat32), mFrameBytes(4)
 {
 }
 
@@ -90,7 +84,8 @@ AUEffectBase::~AUEffectBase()
 
 OSStatus AUEffectBase::Initialize()
 {
-    const auto inputChannels = static_cast<SInt16>(GetInput(0)->GetStreamFormat().mChannelsPerFrame);
+    const auto inputChannels =
+        static_cast<SInt16>(GetInput(0)->GetStreamFormat().mChannelsPerFrame);
     const auto outputChannels =
         static_cast<SInt16>(GetOutput(0)->GetStreamFormat().mChannelsPerFrame);
 
@@ -256,7 +251,8 @@ OSStatus AUEffectBase::SetProperty(AudioUnitPropertyID inID, AudioUnitScope inSc
     return AUBase::SetProperty(inID, inScope, inElement, inData, inDataSize);
 }
 
-AUEffectBase::SampleKind AUEffectBase::IdentifySampleKind(const AudioStreamBasicDescription& inFormat)
+AUEffectBase::SampleKind
+AUEffectBase::IdentifySampleKind(const AudioStreamBasicDescription& inFormat)
 {
     if (inFormat.mFormatID != kAudioFormatLinearPCM || inFormat.mFramesPerPacket != 1 ||
         inFormat.mBytesPerFrame != inFormat.mBytesPerPacket ||
@@ -294,8 +290,7 @@ AUEffectBase::SampleKind AUEffectBase::IdentifySampleKind(const AudioStreamBasic
     return kSampleKindOther;
 }
 
-bool AUEffectBase::IsInputSilent(AudioUnitRenderActionFlags inActionFlags,
-                                 UInt32 inFramesToProcess)
+bool AUEffectBase::IsInputSilent(AudioUnitRenderActionFlags inActionFlags, UInt32 inFramesToProcess)
 {
     const bool silent = (inActionFlags & kAudioUnitRenderAction_OutputIsSilence) != 0;
     const Float64 sampleRate = GetOutput(0)->GetStreamFormat().mSampleRate;
@@ -379,8 +374,8 @@ OSStatus AUEffectBase::ProcessBufferLists(AudioUnitRenderActionFlags& ioActionFl
     return noErr;
 }
 
-OSStatus AUEffectBase::ProcessScheduledSlice(void* inUserData, UInt32, UInt32 inSliceFramesToProcess,
-                                             UInt32)
+OSStatus AUEffectBase::ProcessScheduledSlice(void* inUserData, UInt32,
+                                             UInt32 inSliceFramesToProcess, UInt32)
 {
     auto* record = static_cast<SliceProcessRecord*>(inUserData);
     const UInt32 channelSize = inSliceFramesToProcess * mFrameBytes;
@@ -399,7 +394,8 @@ OSStatus AUEffectBase::Render(AudioUnitRenderActionFlags& ioActionFlags,
     if (mMainInputElement == nullptr || !mMainInputElement->HasSource()) {
         return kAudioUnitErr_NoConnection;
     }
-    OSStatus result = mMainInputElement->PullInput(ioActionFlags, inTimeStamp, 0, inFramesToProcess);
+    OSStatus result =
+        mMainInputElement->PullInput(ioActionFlags, inTimeStamp, 0, inFramesToProcess);
     if (result != noErr) {
         return result;
     }

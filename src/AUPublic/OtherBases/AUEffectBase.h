@@ -31,19 +31,22 @@
 #include <cstddef>
 #include <vector>
 
-class AUEffectBase : public AUBase {
+class AUEffectBase : public AUBase
+{
 public:
     // Sample type of the output format, which decides the kernel variant.
-    enum SampleKind : UInt32 {
+    enum SampleKind : UInt32
+    {
         kSampleKindOther = 0,
         kSampleKindFloat32 = 1,
         kSampleKindInt16 = 2,
-        kSampleKindFixed824 = 3  // signed 32-bit with 24 fraction bits
+        kSampleKindFixed824 = 3 // signed 32-bit with 24 fraction bits
     };
 
     // What a render with scheduled events hands to each ProcessScheduledSlice;
     // borrowed from the render for its duration.
-    struct SliceProcessRecord {
+    struct SliceProcessRecord
+    {
         AudioUnitRenderActionFlags* mActionFlags;
         AudioBufferList* mInputBufferList;
         AudioBufferList* mOutputBufferList;

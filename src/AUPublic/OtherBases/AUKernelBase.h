@@ -13,7 +13,8 @@
 
 class AUEffectBase;
 
-class AUKernelBase {
+class AUKernelBase
+{
 public:
     // inAudioUnit: the owning effect, which outlives the kernel. [control]
     explicit AUKernelBase(AUEffectBase* inAudioUnit);

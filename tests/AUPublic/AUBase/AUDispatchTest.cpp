@@ -16,7 +16,8 @@ AU_EXPORT_COMPONENT_ENTRIES(DispatchTestUnit, DispatchTestEntry, DispatchTestFac
 namespace {
 
 // A parameter block with room for six arguments after the instance slot.
-struct ParameterBlock {
+struct ParameterBlock
+{
     UInt8 flags = 0;
     UInt8 paramSize = 0;
     SInt16 what = 0;
@@ -26,15 +27,15 @@ struct ParameterBlock {
     ComponentParameters* Get() { return reinterpret_cast<ComponentParameters*>(this); }
 };
 static_assert(offsetof(ParameterBlock, what) == offsetof(ComponentParameters, what), "same header");
-static_assert(offsetof(ParameterBlock, params) == offsetof(ComponentParameters, params), "same slots");
+static_assert(offsetof(ParameterBlock, params) == offsetof(ComponentParameters, params),
+              "same slots");
 
 long Slot(UInt32 inValue)
 {
     return static_cast<long>(inValue);
 }
 
-template <typename T>
-long Slot(T* inPointer)
+template <typename T> long Slot(T* inPointer)
 {
     return reinterpret_cast<long>(inPointer);
 }
@@ -60,7 +61,8 @@ AudioTimeStamp SampleTimeStamp(Float64 inSampleTime)
 }
 
 // A unit opened through the runtime, closed at the end of the test.
-class DispatchTest : public ::testing::TestWithParam<OpenStyle> {
+class DispatchTest : public ::testing::TestWithParam<OpenStyle>
+{
 protected:
     void SetUp() override
     {
@@ -97,7 +99,8 @@ protected:
     {
         Float64 time = 0;
         UInt32 size = sizeof time;
-        EXPECT_EQ(noErr, AudioUnitGetProperty(mUnit, 0x6C727374, kAudioUnitScope_Global, 0, &time, &size));
+        EXPECT_EQ(noErr,
+                  AudioUnitGetProperty(mUnit, 0x6C727374, kAudioUnitScope_Global, 0, &time, &size));
         return time;
     }
 
@@ -159,8 +162,9 @@ TEST_P(DispatchTest, PropertyInfoWritesBothAnswersWhateverTheResult)
 
     size = 77;
     writable = true;
-    EXPECT_EQ(kAudioUnitErr_InvalidProperty,
-              AudioUnitGetPropertyInfo(mUnit, 0x7A7A7A7A, kAudioUnitScope_Global, 0, &size, &writable));
+    EXPECT_EQ(
+        kAudioUnitErr_InvalidProperty,
+        AudioUnitGetPropertyInfo(mUnit, 0x7A7A7A7A, kAudioUnitScope_Global, 0, &size, &writable));
     EXPECT_EQ(0U, size);
     EXPECT_FALSE(writable);
 
@@ -171,8 +175,8 @@ TEST_P(DispatchTest, PropertyInfoWritesBothAnswersWhateverTheResult)
 TEST_P(DispatchTest, SetPropertyWithNullDataRemovesOnlyWithSizeZero)
 {
     CFStringRef name = CFStringCreateWithCString(nullptr, "take 3", kCFStringEncodingUTF8);
-    ASSERT_EQ(noErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_ContextName, kAudioUnitScope_Global,
-                                          0, &name, sizeof name));
+    ASSERT_EQ(noErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_ContextName,
+                                          kAudioUnitScope_Global, 0, &name, sizeof name));
     CFRelease(name);
     EXPECT_EQ(paramErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_ContextName,
                                              kAudioUnitScope_Global, 0, nullptr, 4));
@@ -181,13 +185,13 @@ TEST_P(DispatchTest, SetPropertyWithNullDataRemovesOnlyWithSizeZero)
 
     CFStringRef current = nullptr;
     UInt32 size = sizeof current;
-    ASSERT_EQ(noErr, AudioUnitGetProperty(mUnit, kAudioUnitProperty_ContextName, kAudioUnitScope_Global,
-                                          0, &current, &size));
+    ASSERT_EQ(noErr, AudioUnitGetProperty(mUnit, kAudioUnitProperty_ContextName,
+                                          kAudioUnitScope_Global, 0, &current, &size));
     ASSERT_NE(nullptr, current);
     CFRelease(current);
 
-    ASSERT_EQ(noErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_ContextName, kAudioUnitScope_Global,
-                                          0, nullptr, 0));
+    ASSERT_EQ(noErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_ContextName,
+                                          kAudioUnitScope_Global, 0, nullptr, 0));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
               AudioUnitGetProperty(mUnit, kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0,
                                    &current, &size))
@@ -285,20 +289,22 @@ TEST_P(DispatchTest, FastDispatchIsOfferedOnlyToEntryPointInstances)
 {
     void* proc = nullptr;
     UInt32 size = sizeof proc;
-    const OSStatus result = AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch,
-                                                 kAudioUnitScope_Global, kAudioUnitRenderSelect,
-                                                 &proc, &size);
+    const OSStatus result =
+        AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global,
+                             kAudioUnitRenderSelect, &proc, &size);
     if (GetParam() == OpenStyle::kFactory) {
         EXPECT_EQ(kAudioUnitErr_InvalidProperty, result);
         return;
     }
     ASSERT_EQ(noErr, result);
     auto render = reinterpret_cast<AudioUnitRenderProc>(proc);
-    ASSERT_EQ(noErr, AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global,
-                                          kAudioUnitGetParameterSelect, &proc, &size));
+    ASSERT_EQ(noErr,
+              AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global,
+                                   kAudioUnitGetParameterSelect, &proc, &size));
     auto getParameter = reinterpret_cast<AudioUnitGetParameterProc>(proc);
-    ASSERT_EQ(noErr, AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global,
-                                          kAudioUnitSetParameterSelect, &proc, &size));
+    ASSERT_EQ(noErr,
+              AudioUnitGetProperty(mUnit, kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global,
+                                   kAudioUnitSetParameterSelect, &proc, &size));
     auto setParameter = reinterpret_cast<AudioUnitSetParameterProc>(proc);
 
     void* storage = GetComponentInstanceStorage(mUnit);
@@ -327,8 +333,9 @@ TEST_P(DispatchTest, FastDispatchIsOfferedOnlyToEntryPointInstances)
     EXPECT_EQ(noErr, render(storage, nullptr, &stamp, 0, 64, list));
 }
 
-class ExceptionConversionTest
-    : public ::testing::TestWithParam<std::tuple<OpenStyle, ThrowKind>> {};
+class ExceptionConversionTest : public ::testing::TestWithParam<std::tuple<OpenStyle, ThrowKind>>
+{
+};
 
 TEST_P(ExceptionConversionTest, EveryExceptionBecomesItsStatus)
 {
@@ -337,13 +344,15 @@ TEST_P(ExceptionConversionTest, EveryExceptionBecomesItsStatus)
     ASSERT_NE(nullptr, unit);
     const UInt32 value = kind;
     EXPECT_EQ(ExpectedStatus(kind),
-              AudioUnitSetProperty(unit, kThrowProperty, kAudioUnitScope_Global, 0, &value, sizeof value));
+              AudioUnitSetProperty(unit, kThrowProperty, kAudioUnitScope_Global, 0, &value,
+                                   sizeof value));
     EXPECT_EQ(noErr, AudioComponentInstanceDispose(unit));
 }
 
-std::string ConversionCaseName(const ::testing::TestParamInfo<std::tuple<OpenStyle, ThrowKind>>& info)
+std::string
+ConversionCaseName(const ::testing::TestParamInfo<std::tuple<OpenStyle, ThrowKind>>& info)
 {
-    static const char* const kNames[] = {"CAXException", "BadAlloc",    "OSStatus",    "OSErr",
+    static const char* const kNames[] = {"CAXException",   "BadAlloc",    "OSStatus",    "OSErr",
                                          "PositiveStatus", "CAException", "StdException"};
     return std::string(StyleName(std::get<0>(info.param))) + kNames[std::get<1>(info.param)];
 }
@@ -351,8 +360,9 @@ std::string ConversionCaseName(const ::testing::TestParamInfo<std::tuple<OpenSty
 INSTANTIATE_TEST_SUITE_P(
     BothStyles, ExceptionConversionTest,
     ::testing::Combine(::testing::Values(OpenStyle::kFactory, OpenStyle::kEntryPoint),
-                       ::testing::Values(kThrowCAXException, kThrowBadAlloc, kThrowOSStatus, kThrowOSErr,
-                                         kThrowPositiveStatus, kThrowCAException, kThrowStdException)),
+                       ::testing::Values(kThrowCAXException, kThrowBadAlloc, kThrowOSStatus,
+                                         kThrowOSErr, kThrowPositiveStatus, kThrowCAException,
+                                         kThrowStdException)),
     ConversionCaseName);
 
 INSTANTIATE_TEST_SUITE_P(BothStyles, DispatchTest,
@@ -363,7 +373,8 @@ INSTANTIATE_TEST_SUITE_P(BothStyles, DispatchTest,
 
 // ---- The selector table itself, through the entry point ---------------------
 
-class EntryPointTest : public ::testing::Test {
+class EntryPointTest : public ::testing::Test
+{
 protected:
     void SetUp() override
     {
@@ -376,8 +387,7 @@ protected:
 
     void TearDown() override { EXPECT_EQ(noErr, CloseComponent(mUnit)); }
 
-    template <typename... Args>
-    OSStatus Call(SInt16 inSelector, Args... inArgs)
+    template <typename... Args> OSStatus Call(SInt16 inSelector, Args... inArgs)
     {
         ParameterBlock block = MakeBlock(inSelector, mUnit, inArgs...);
         return DispatchTestEntry(block.Get(), mObject);
@@ -390,8 +400,9 @@ protected:
 TEST_F(EntryPointTest, CanDoAnswersExactlyTheImplementedSelectors)
 {
     for (SInt16 selector = -6; selector <= 20; ++selector) {
-        const bool implemented = (selector >= -4 && selector <= -1) || (selector >= 1 && selector <= 7) ||
-                                 selector == 9 || selector == 10 || (selector >= 14 && selector <= 18);
+        const bool implemented = (selector >= -4 && selector <= -1) ||
+                                 (selector >= 1 && selector <= 7) || selector == 9 ||
+                                 selector == 10 || (selector >= 14 && selector <= 18);
         EXPECT_EQ(implemented ? 1 : 0, Call(kComponentCanDoSelect, UInt32(UInt16(selector))))
             << "selector " << selector;
     }
@@ -418,10 +429,11 @@ TEST_F(EntryPointTest, ResetSelectorResetsTheRenderTimeItself)
     list->mBuffers[0] = {1, 64, samples[0]};
     list->mBuffers[1] = {1, 64, samples[1]};
     const AudioTimeStamp stamp = SampleTimeStamp(32);
-    EXPECT_EQ(paramErr, Call(kAudioUnitRenderSelect, static_cast<AudioUnitRenderActionFlags*>(nullptr),
-                             static_cast<const AudioTimeStamp*>(nullptr), UInt32(0), UInt32(16), list));
-    ASSERT_EQ(noErr, Call(kAudioUnitRenderSelect, static_cast<AudioUnitRenderActionFlags*>(nullptr), &stamp,
-                          UInt32(0), UInt32(16), list));
+    EXPECT_EQ(paramErr,
+              Call(kAudioUnitRenderSelect, static_cast<AudioUnitRenderActionFlags*>(nullptr),
+                   static_cast<const AudioTimeStamp*>(nullptr), UInt32(0), UInt32(16), list));
+    ASSERT_EQ(noErr, Call(kAudioUnitRenderSelect, static_cast<AudioUnitRenderActionFlags*>(nullptr),
+                          &stamp, UInt32(0), UInt32(16), list));
     EXPECT_EQ(32.0, mObject->CurrentRenderTime().mSampleTime);
     ASSERT_EQ(noErr, Call(kAudioUnitResetSelect, UInt32(kAudioUnitScope_Global), UInt32(0)));
     EXPECT_EQ(1, mObject->mResetCalls);
@@ -437,4 +449,4 @@ TEST_F(EntryPointTest, NullObjectOrBlockIsParamErr)
     EXPECT_EQ(paramErr, DispatchTestEntry(version.Get(), nullptr));
 }
 
-}  // namespace
+} // namespace

@@ -11,8 +11,7 @@ AU_EXPORT_COMPONENT_ENTRIES(DispatchTestUnit, DispatchTestEntry, DispatchTestFac
 
 namespace {
 
-template <typename Proc>
-Proc Method(SInt16 inSelector)
+template <typename Proc> Proc Method(SInt16 inSelector)
 {
     return reinterpret_cast<Proc>(AUBaseLookup::Lookup(inSelector));
 }
@@ -30,7 +29,8 @@ TEST(AUBaseLookupTest, HandsOutMethodsForTheAudioUnitSelectorsOnly)
     for (SInt16 selector = -6; selector <= 24; ++selector) {
         const bool implemented = (selector >= 1 && selector <= 7) || selector == 9 ||
                                  selector == 10 || (selector >= 14 && selector <= 18);
-        EXPECT_EQ(implemented, AUBaseLookup::Lookup(selector) != nullptr) << "selector " << selector;
+        EXPECT_EQ(implemented, AUBaseLookup::Lookup(selector) != nullptr)
+            << "selector " << selector;
     }
     EXPECT_EQ(nullptr, AUBaseLookup::Lookup(kAudioUnitRemovePropertyListenerSelect));
 }
@@ -53,7 +53,8 @@ TEST(APFactoryTest, RecordHoldsTheInterfaceAndTheUnitsConstructors)
     EXPECT_EQ(noErr, interface->Close(interface));
 }
 
-class PluginMethodTest : public ::testing::Test {
+class PluginMethodTest : public ::testing::Test
+{
 protected:
     void SetUp() override
     {
@@ -112,8 +113,8 @@ TEST_F(PluginMethodTest, MethodsRefuseANullRecord)
     EXPECT_EQ(paramErr, Method<AudioUnitGetParameterProc>(kAudioUnitGetParameterSelect)(
                             nullptr, 0, kAudioUnitScope_Global, 0, &value));
     const AudioTimeStamp stamp = SampleTimeStamp(0);
-    EXPECT_EQ(paramErr, Method<AudioUnitRenderProc>(kAudioUnitRenderSelect)(nullptr, nullptr, &stamp,
-                                                                             0, 32, mList));
+    EXPECT_EQ(paramErr, Method<AudioUnitRenderProc>(kAudioUnitRenderSelect)(nullptr, nullptr,
+                                                                            &stamp, 0, 32, mList));
 }
 
-}  // namespace
+} // namespace

@@ -22,7 +22,8 @@ size_t AllocatedBytes()
     return mallinfo2().uordblks;
 }
 
-class FailureFlags : public ::testing::Test {
+class FailureFlags : public ::testing::Test
+{
 protected:
     void TearDown() override
     {
@@ -39,7 +40,8 @@ TEST(ComponentInitLockerTest, NestsOnOneThreadAndRestoresTheOpeningStyle)
         EXPECT_EQ(UInt32(ComponentBase::kAudioComponentInstance), ComponentBase::sNewInstanceType);
         {
             ComponentInitLocker inner(ComponentBase::kComponentMgrInstance);
-            EXPECT_EQ(UInt32(ComponentBase::kComponentMgrInstance), ComponentBase::sNewInstanceType);
+            EXPECT_EQ(UInt32(ComponentBase::kComponentMgrInstance),
+                      ComponentBase::sNewInstanceType);
         }
         EXPECT_EQ(UInt32(ComponentBase::kAudioComponentInstance), ComponentBase::sNewInstanceType);
     }
@@ -73,7 +75,8 @@ TEST(ComponentInitLockerTest, ConcurrentHoldersAreSerialized)
 
 TEST(ComponentBaseTest, BaseSelectorsAnswerVersionCanDoAndClose)
 {
-    struct PlainComponent : ComponentBase {
+    struct PlainComponent : ComponentBase
+    {
         explicit PlainComponent(int* inLive, int* inPreDestructed)
             : ComponentBase(nullptr), mLive(inLive), mPreDestructed(inPreDestructed)
         {
@@ -91,7 +94,8 @@ TEST(ComponentBaseTest, BaseSelectorsAnswerVersionCanDoAndClose)
 
     ComponentParameters params = {};
     auto dispatch = [&](SInt16 inSelector, long inSlot1 = 0) {
-        struct {
+        struct
+        {
             ComponentParameters header;
             long slot1;
         } block = {};
@@ -119,7 +123,8 @@ TEST(ComponentBaseTest, BaseSelectorsAnswerVersionCanDoAndClose)
 
 TEST(ComponentBaseTest, SelectorForCanDoIsTheSignedLowHalfOfSlotOne)
 {
-    struct {
+    struct
+    {
         ComponentParameters header;
         long slot1;
     } block = {};
@@ -143,7 +148,8 @@ TEST_F(FailureFlags, FactoryOpenBuildsInPlaceAndCloseTearsDown)
     ASSERT_EQ(noErr, record->Open(record, instance));
     DispatchTestUnit* unit = DispatchTestUnit::sLastConstructed;
     EXPECT_EQ(AudioComponentPlugInInstanceStorage(record), static_cast<void*>(unit));
-    EXPECT_EQ(UInt32(ComponentBase::kAudioComponentInstance), DispatchTestUnit::sTypeSeenByConstructor);
+    EXPECT_EQ(UInt32(ComponentBase::kAudioComponentInstance),
+              DispatchTestUnit::sTypeSeenByConstructor);
     EXPECT_EQ(UInt32(ComponentBase::kAudioComponentInstance), unit->GetInstanceType());
     EXPECT_EQ(instance, unit->GetComponentInstance());
     EXPECT_EQ(UInt32(ComponentBase::kComponentMgrInstance), ComponentBase::sNewInstanceType);
@@ -170,7 +176,8 @@ TEST_F(FailureFlags, FailedFactoryOpenReleasesTheRecord)
     const int preDestructed = DispatchTestUnit::sPreDestructorCalls;
     for (bool inConstructor : {true, false}) {
         const size_t before = AllocatedBytes();
-        EXPECT_EQ(inConstructor ? OSStatus(kAudioUnitErr_FailedInitialization) : OSStatus(memFullErr),
+        EXPECT_EQ(inConstructor ? OSStatus(kAudioUnitErr_FailedInitialization)
+                                : OSStatus(memFullErr),
                   failedOpen(inConstructor));
         EXPECT_EQ(before, AllocatedBytes()) << "record and elements released";
         EXPECT_EQ(0, DispatchTestUnit::sLiveObjects);
@@ -179,7 +186,9 @@ TEST_F(FailureFlags, FailedFactoryOpenReleasesTheRecord)
     EXPECT_EQ(preDestructed, DispatchTestUnit::sPreDestructorCalls) << "never became usable";
 }
 
-class OpenPathTest : public FailureFlags, public ::testing::WithParamInterface<OpenStyle> {};
+class OpenPathTest : public FailureFlags, public ::testing::WithParamInterface<OpenStyle>
+{
+};
 
 TEST_P(OpenPathTest, FailedOpenThroughTheRuntimeLeavesNothing)
 {
@@ -189,7 +198,9 @@ TEST_P(OpenPathTest, FailedOpenThroughTheRuntimeLeavesNothing)
         DispatchTestUnit::sThrowInPostConstructor = !inConstructor;
         OSStatus status = noErr;
         EXPECT_EQ(nullptr, OpenDispatchTestUnit(GetParam(), &status));
-        EXPECT_EQ(inConstructor ? OSStatus(kAudioUnitErr_FailedInitialization) : OSStatus(memFullErr), status);
+        EXPECT_EQ(inConstructor ? OSStatus(kAudioUnitErr_FailedInitialization)
+                                : OSStatus(memFullErr),
+                  status);
         EXPECT_EQ(0, DispatchTestUnit::sLiveObjects);
     }
     EXPECT_EQ(preDestructed, DispatchTestUnit::sPreDestructorCalls);
@@ -201,8 +212,9 @@ TEST_P(OpenPathTest, OpenedUnitKnowsItsStyleAndDescription)
     ASSERT_NE(nullptr, unit);
     DispatchTestUnit* object = DispatchTestUnit::sLastConstructed;
     ASSERT_NE(nullptr, object);
-    const UInt32 expectedType = GetParam() == OpenStyle::kFactory ? ComponentBase::kAudioComponentInstance
-                                                                  : ComponentBase::kComponentMgrInstance;
+    const UInt32 expectedType = GetParam() == OpenStyle::kFactory
+                                    ? ComponentBase::kAudioComponentInstance
+                                    : ComponentBase::kComponentMgrInstance;
     EXPECT_EQ(expectedType, object->GetInstanceType());
     EXPECT_EQ(expectedType, DispatchTestUnit::sTypeSeenByConstructor);
     EXPECT_EQ(unit, object->GetComponentInstance());
@@ -226,7 +238,8 @@ INSTANTIATE_TEST_SUITE_P(BothStyles, OpenPathTest,
 
 TEST(ComponentDescriptionTest, UnknownInstancesDescribeAsZero)
 {
-    for (UInt32 type : {UInt32(ComponentBase::kAudioComponentInstance), UInt32(ComponentBase::kComponentMgrInstance)}) {
+    for (UInt32 type : {UInt32(ComponentBase::kAudioComponentInstance),
+                        UInt32(ComponentBase::kComponentMgrInstance)}) {
         ComponentInitLocker locker(type);
         DispatchTestUnit orphan(nullptr);
         const AudioComponentDescription description = orphan.GetComponentDescription();
@@ -239,4 +252,4 @@ TEST(ComponentDescriptionTest, UnknownInstancesDescribeAsZero)
     EXPECT_EQ(nullptr, CMgr_GetComponentInstanceStorage(nullptr));
 }
 
-}  // namespace
+} // namespace

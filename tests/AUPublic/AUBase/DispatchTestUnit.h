@@ -17,15 +17,16 @@
 #include <stdexcept>
 
 // Setting this global-scope property (a u32 kind) throws; see ThrowKind.
-constexpr AudioUnitPropertyID kThrowProperty = 0x74687277;  // 'thrw'
+constexpr AudioUnitPropertyID kThrowProperty = 0x74687277; // 'thrw'
 
-enum ThrowKind : UInt32 {
-    kThrowCAXException,    // status -1234
+enum ThrowKind : UInt32
+{
+    kThrowCAXException, // status -1234
     kThrowBadAlloc,
-    kThrowOSStatus,        // -10878
-    kThrowOSErr,           // -32767 as a 16-bit value
-    kThrowPositiveStatus,  // 5
-    kThrowCAException,     // status -99, not passed on
+    kThrowOSStatus,       // -10878
+    kThrowOSErr,          // -32767 as a 16-bit value
+    kThrowPositiveStatus, // 5
+    kThrowCAException,    // status -99, not passed on
     kThrowStdException,
     kThrowKindCount
 };
@@ -48,7 +49,8 @@ inline OSStatus ExpectedStatus(ThrowKind inKind)
     }
 }
 
-class DispatchTestUnit : public AUBase {
+class DispatchTestUnit : public AUBase
+{
 public:
     // Process-wide test controls and counters (tests run on one thread).
     static inline bool sThrowInConstructor = false;
@@ -114,8 +116,7 @@ public:
     }
 
     OSStatus SetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
-                         AudioUnitElement inElement, const void* inData,
-                         UInt32 inDataSize) override
+                         AudioUnitElement inElement, const void* inData, UInt32 inDataSize) override
     {
         if (inID != kThrowProperty) {
             return AUBase::SetProperty(inID, inScope, inElement, inData, inDataSize);
@@ -144,10 +145,14 @@ public:
     bool mChainReset = true;
 };
 
-constexpr OSType kDispatchTestSubtype = 0x64737074;       // 'dspt'
-constexpr OSType kDispatchTestManufacturer = 0x56645473;  // 'VdTs'
+constexpr OSType kDispatchTestSubtype = 0x64737074;      // 'dspt'
+constexpr OSType kDispatchTestManufacturer = 0x56645473; // 'VdTs'
 
-enum class OpenStyle { kFactory, kEntryPoint };
+enum class OpenStyle
+{
+    kFactory,
+    kEntryPoint
+};
 
 inline const char* StyleName(OpenStyle inStyle)
 {
@@ -156,8 +161,8 @@ inline const char* StyleName(OpenStyle inStyle)
 
 // Defined in each test program with AU_EXPORT_COMPONENT_ENTRIES.
 extern "C" OSStatus DispatchTestEntry(ComponentParameters* params, DispatchTestUnit* obj);
-extern "C" AudioComponentPlugInInterface* DispatchTestFactory(
-    const AudioComponentDescription* inDescription);
+extern "C" AudioComponentPlugInInterface*
+DispatchTestFactory(const AudioComponentDescription* inDescription);
 
 // Registers the unit with the runtime once per process, in both styles; the
 // factory first, so that AudioComponentFindNext finds it before the entry
@@ -170,8 +175,9 @@ inline void RegisterDispatchTestUnit()
         AudioComponentRegister(&factoryDescription, nullptr, 1, DispatchTestFactory);
         ComponentDescription entryDescription = {kAudioUnitType_Effect, kDispatchTestSubtype,
                                                  kDispatchTestManufacturer, 0, 0};
-        RegisterComponent(&entryDescription, reinterpret_cast<ComponentRoutineUPP>(DispatchTestEntry),
-                          0, nullptr, nullptr, nullptr);
+        RegisterComponent(&entryDescription,
+                          reinterpret_cast<ComponentRoutineUPP>(DispatchTestEntry), 0, nullptr,
+                          nullptr, nullptr);
         return true;
     }();
     (void)sRegistered;

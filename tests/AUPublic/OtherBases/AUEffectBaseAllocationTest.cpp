@@ -77,15 +77,17 @@ namespace {
 
 constexpr OSType kGainSubtype = FourCC("gain");
 
-struct AllocationCase {
+struct AllocationCase
+{
     OpenStyle mStyle;
     bool mInPlace;
     bool mHostMemory;
     bool mBypass;
-    bool mConnected;  // input from a second unit instead of a host callback
+    bool mConnected; // input from a second unit instead of a host callback
 };
 
-class RenderAllocationTest : public ::testing::TestWithParam<AllocationCase> {
+class RenderAllocationTest : public ::testing::TestWithParam<AllocationCase>
+{
 protected:
     void TearDown() override
     {
@@ -119,8 +121,9 @@ TEST_P(RenderAllocationTest, RendersOfVariedSizesAllocateNothing)
         ASSERT_EQ(noErr, source.Attach(mUpstream));
         ASSERT_EQ(noErr, AudioUnitInitialize(mUpstream));
         AudioUnitConnection connection = {mUpstream, 0, 0};
-        ASSERT_EQ(noErr, AudioUnitSetProperty(mUnit, kAudioUnitProperty_MakeConnection,
-                                              kAudioUnitScope_Input, 0, &connection, sizeof connection));
+        ASSERT_EQ(noErr,
+                  AudioUnitSetProperty(mUnit, kAudioUnitProperty_MakeConnection,
+                                       kAudioUnitScope_Input, 0, &connection, sizeof connection));
     } else {
         ASSERT_EQ(noErr, source.Attach(mUnit));
     }
@@ -176,4 +179,4 @@ INSTANTIATE_TEST_SUITE_P(
                       AllocationCase{OpenStyle::kEntryPoint, true, true, false, true}),
     AllocationCaseName);
 
-}  // namespace
+} // namespace

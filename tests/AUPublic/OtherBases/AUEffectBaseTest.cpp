@@ -46,9 +46,13 @@ Float32 LoadSample(SampleFormat inSample, const void* inData, UInt32 inIndex)
 }
 
 // One open test unit, closed at the end of the scope.
-class HostedUnit {
+class HostedUnit
+{
 public:
-    HostedUnit(OSType inSubtype, OpenStyle inStyle) { mOpenStatus = OpenTestUnit(inSubtype, inStyle, &mUnit); }
+    HostedUnit(OSType inSubtype, OpenStyle inStyle)
+    {
+        mOpenStatus = OpenTestUnit(inSubtype, inStyle, &mUnit);
+    }
     ~HostedUnit()
     {
         if (mUnit != nullptr) {
@@ -68,7 +72,8 @@ public:
             result = SetFormat(mUnit, kAudioUnitScope_Output, inFormat);
         }
         if (result == noErr) {
-            result = AudioUnitSetParameter(mUnit, kGainParam_Gain, kAudioUnitScope_Global, 0, kGain, 0);
+            result =
+                AudioUnitSetParameter(mUnit, kGainParam_Gain, kAudioUnitScope_Global, 0, kGain, 0);
         }
         return result;
     }
@@ -87,7 +92,8 @@ private:
 
 // Host output buffers for one render: either the host's own memory or null
 // pointers (the unit then hands out its own).
-class HostOutput {
+class HostOutput
+{
 public:
     HostOutput(const AudioStreamBasicDescription& inFormat, UInt32 inFrames, bool inHostMemory)
     {
@@ -136,7 +142,9 @@ void ExpectGainApplied(const AudioBufferList& inList, SampleFormat inSample, UIn
 using RenderCase = std::tuple<OpenStyle, bool /*in place*/, bool /*host memory*/, SampleFormat,
                               bool /*interleaved*/>;
 
-class EffectRenderTest : public ::testing::TestWithParam<RenderCase> {};
+class EffectRenderTest : public ::testing::TestWithParam<RenderCase>
+{
+};
 
 TEST_P(EffectRenderTest, OutputIsInputTimesChannelGainOverSuccessiveSlices)
 {
@@ -182,7 +190,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 using ConnectionCase = std::tuple<OpenStyle /*source*/, OpenStyle /*destination*/>;
 
-class EffectConnectionTest : public ::testing::TestWithParam<ConnectionCase> {};
+class EffectConnectionTest : public ::testing::TestWithParam<ConnectionCase>
+{
+};
 
 // The destination pulls from the source unit (through its fast-dispatch
 // render when the source was opened through the entry point).
@@ -199,8 +209,9 @@ TEST_P(EffectConnectionTest, ChainedUnitsApplyBothGains)
     SignalSource source{format, SampleFormat::kFloat};
     ASSERT_EQ(noErr, source.Attach(upstream.Get()));
     AudioUnitConnection connection = {upstream.Get(), 0, 0};
-    ASSERT_EQ(noErr, AudioUnitSetProperty(downstream.Get(), kAudioUnitProperty_MakeConnection,
-                                          kAudioUnitScope_Input, 0, &connection, sizeof connection));
+    ASSERT_EQ(noErr,
+              AudioUnitSetProperty(downstream.Get(), kAudioUnitProperty_MakeConnection,
+                                   kAudioUnitScope_Input, 0, &connection, sizeof connection));
     ASSERT_EQ(noErr, AudioUnitInitialize(upstream.Get()));
     ASSERT_EQ(noErr, AudioUnitInitialize(downstream.Get()));
 
@@ -209,7 +220,8 @@ TEST_P(EffectConnectionTest, ChainedUnitsApplyBothGains)
         HostOutput output(format, frames, true);
         AudioUnitRenderActionFlags flags = 0;
         const AudioTimeStamp stamp = SampleTimeStamp(Float64(frame));
-        ASSERT_EQ(noErr, AudioUnitRender(downstream.Get(), &flags, &stamp, 0, frames, output.List()));
+        ASSERT_EQ(noErr,
+                  AudioUnitRender(downstream.Get(), &flags, &stamp, 0, frames, output.List()));
         ExpectGainApplied(*output.List(), SampleFormat::kFloat, 2, frame, frames, 2);
         frame += frames;
     }
@@ -217,7 +229,8 @@ TEST_P(EffectConnectionTest, ChainedUnitsApplyBothGains)
 
 std::string ConnectionCaseName(const ::testing::TestParamInfo<ConnectionCase>& info)
 {
-    return std::string(StyleName(std::get<0>(info.param))) + "Into" + StyleName(std::get<1>(info.param));
+    return std::string(StyleName(std::get<0>(info.param))) + "Into" +
+           StyleName(std::get<1>(info.param));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -226,7 +239,8 @@ INSTANTIATE_TEST_SUITE_P(
                        ::testing::Values(OpenStyle::kFactory, OpenStyle::kEntryPoint)),
     ConnectionCaseName);
 
-class EffectHostTest : public ::testing::TestWithParam<OpenStyle> {
+class EffectHostTest : public ::testing::TestWithParam<OpenStyle>
+{
 protected:
     void SetUp() override
     {
@@ -250,7 +264,8 @@ protected:
     {
         UInt32 value = 0xFFFFFFFF;
         UInt32 size = sizeof value;
-        EXPECT_EQ(noErr, AudioUnitGetProperty(mUnit.Get(), inID, kAudioUnitScope_Global, 0, &value, &size));
+        EXPECT_EQ(noErr, AudioUnitGetProperty(mUnit.Get(), inID, kAudioUnitScope_Global, 0, &value,
+                                              &size));
         EXPECT_EQ(sizeof value, size);
         return value;
     }
@@ -276,13 +291,15 @@ TEST_P(EffectHostTest, BypassPassesInputThroughAndLeavingItResetsFirst)
     EXPECT_EQ(1U, GetUInt32Property(kAudioUnitProperty_BypassEffect));
     EXPECT_EQ(0.0f, mUnit.Parameter(kGainParam_ResetCount)) << "turning bypass on never resets";
     for (UInt32 inPlace : {1U, 0U}) {
-        ASSERT_EQ(noErr, SetUInt32Property(mUnit.Get(), kAudioUnitProperty_InPlaceProcessing, inPlace));
+        ASSERT_EQ(noErr,
+                  SetUInt32Property(mUnit.Get(), kAudioUnitProperty_InPlaceProcessing, inPlace));
         HostOutput output(mFormat, 300, true);
         AudioUnitRenderActionFlags flags;
         const UInt64 first = mFrame;
         ASSERT_EQ(noErr, Render(300, flags, output));
         for (UInt32 channel = 0; channel < 2; ++channel) {
-            const auto* samples = static_cast<const Float32*>(output.List()->mBuffers[channel].mData);
+            const auto* samples =
+                static_cast<const Float32*>(output.List()->mBuffers[channel].mData);
             for (UInt32 i = 0; i < 300; ++i) {
                 ASSERT_EQ(Float32(SignalStep(channel, first + i)) / 1024.0f, samples[i])
                     << "in place " << inPlace << ", channel " << channel << ", frame " << i;
@@ -294,13 +311,14 @@ TEST_P(EffectHostTest, BypassPassesInputThroughAndLeavingItResetsFirst)
     EXPECT_EQ(0.0f, mUnit.Parameter(kGainParam_ResetCount)) << "same value changes nothing";
     ASSERT_EQ(noErr, SetUInt32Property(mUnit.Get(), kAudioUnitProperty_BypassEffect, 0));
     EXPECT_EQ(1.0f, mUnit.Parameter(kGainParam_ResetCount));
-    EXPECT_EQ(1.0f, mUnit.Parameter(kGainParam_BypassAtReset)) << "reset runs before the flag changes";
+    EXPECT_EQ(1.0f, mUnit.Parameter(kGainParam_BypassAtReset))
+        << "reset runs before the flag changes";
     EXPECT_EQ(0U, GetUInt32Property(kAudioUnitProperty_BypassEffect));
 
     const UInt16 shortValue = 1;
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-              AudioUnitSetProperty(mUnit.Get(), kAudioUnitProperty_BypassEffect, kAudioUnitScope_Global,
-                                   0, &shortValue, sizeof shortValue));
+              AudioUnitSetProperty(mUnit.Get(), kAudioUnitProperty_BypassEffect,
+                                   kAudioUnitScope_Global, 0, &shortValue, sizeof shortValue));
     EXPECT_EQ(0U, GetUInt32Property(kAudioUnitProperty_BypassEffect));
 
     AudioUnitUninitialize(mUnit.Get());
@@ -343,8 +361,8 @@ TEST_P(EffectHostTest, SilentInputIsReportedSilentAfterLatencyAndTail)
     }
 
     // A tail of 0.01 s at 44100 Hz is 441 frames: one 512-frame slice more.
-    ASSERT_EQ(noErr, AudioUnitSetParameter(mUnit.Get(), kGainParam_TailSeconds, kAudioUnitScope_Global,
-                                           0, 0.01f, 0));
+    ASSERT_EQ(noErr, AudioUnitSetParameter(mUnit.Get(), kGainParam_TailSeconds,
+                                           kAudioUnitScope_Global, 0, 0.01f, 0));
     mSource.mSilent = false;
     HostOutput output(mFormat, 512, true);
     ASSERT_EQ(noErr, Render(512, flags, output));
@@ -427,8 +445,9 @@ TEST_P(EffectHostTest, StreamFormatWritableOnlyWhileUninitialized)
     ASSERT_EQ(noErr, AudioUnitGetPropertyInfo(mUnit.Get(), kAudioUnitProperty_StreamFormat,
                                               kAudioUnitScope_Output, 0, &size, &writable));
     EXPECT_FALSE(writable);
-    EXPECT_EQ(kAudioUnitErr_PropertyNotWritable,
-              SetFormat(mUnit.Get(), kAudioUnitScope_Output, MakeFormat(1, SampleFormat::kFloat, false)));
+    EXPECT_EQ(
+        kAudioUnitErr_PropertyNotWritable,
+        SetFormat(mUnit.Get(), kAudioUnitScope_Output, MakeFormat(1, SampleFormat::kFloat, false)));
 }
 
 // Saved state names the component, which the unit finds through the runtime
@@ -471,52 +490,60 @@ INSTANTIATE_TEST_SUITE_P(BothStyles, EffectHostTest,
                              return StyleName(info.param);
                          });
 
-struct ChannelCase {
+struct ChannelCase
+{
     int mTable;
     UInt32 mInputs;
     UInt32 mOutputs;
     OSStatus mExpected;
 };
 
-class ChannelCheckTest : public ::testing::TestWithParam<ChannelCase> {};
+class ChannelCheckTest : public ::testing::TestWithParam<ChannelCase>
+{
+};
 
 TEST_P(ChannelCheckTest, InitializeChecksChannelsAgainstTheTable)
 {
     const ChannelCase& c = GetParam();
     HostedUnit unit(kGainSubtype, OpenStyle::kFactory);
     ASSERT_EQ(noErr, unit.OpenStatus());
-    ASSERT_EQ(noErr, AudioUnitSetParameter(unit.Get(), kGainParam_ChannelTable, kAudioUnitScope_Global,
-                                           0, Float32(c.mTable), 0));
-    ASSERT_EQ(noErr, SetFormat(unit.Get(), kAudioUnitScope_Input, MakeFormat(c.mInputs, SampleFormat::kFloat, false)));
-    ASSERT_EQ(noErr, SetFormat(unit.Get(), kAudioUnitScope_Output, MakeFormat(c.mOutputs, SampleFormat::kFloat, false)));
+    ASSERT_EQ(noErr, AudioUnitSetParameter(unit.Get(), kGainParam_ChannelTable,
+                                           kAudioUnitScope_Global, 0, Float32(c.mTable), 0));
+    ASSERT_EQ(noErr, SetFormat(unit.Get(), kAudioUnitScope_Input,
+                               MakeFormat(c.mInputs, SampleFormat::kFloat, false)));
+    ASSERT_EQ(noErr, SetFormat(unit.Get(), kAudioUnitScope_Output,
+                               MakeFormat(c.mOutputs, SampleFormat::kFloat, false)));
     EXPECT_EQ(c.mExpected, AudioUnitInitialize(unit.Get()));
     if (c.mExpected == noErr) {
         EXPECT_EQ(1.0f, unit.Parameter(kGainParam_KernelSerial));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Tables, ChannelCheckTest,
-    ::testing::Values(ChannelCase{0, 2, 2, noErr}, ChannelCase{0, 2, 1, kAudioUnitErr_FormatNotSupported},
-                      ChannelCase{0, 1, 1, noErr}, ChannelCase{1, 2, 2, noErr},
-                      ChannelCase{1, 2, 1, kAudioUnitErr_FormatNotSupported}, ChannelCase{2, 2, 1, noErr},
-                      ChannelCase{2, 1, 2, noErr}, ChannelCase{3, 1, 2, kAudioUnitErr_FormatNotSupported},
-                      ChannelCase{3, 2, 2, noErr}, ChannelCase{4, 6, 2, noErr},
-                      ChannelCase{4, 2, 6, kAudioUnitErr_FormatNotSupported},
-                      ChannelCase{5, 2, 2, kAudioUnitErr_FormatNotSupported}));
+INSTANTIATE_TEST_SUITE_P(Tables, ChannelCheckTest,
+                         ::testing::Values(ChannelCase{0, 2, 2, noErr},
+                                           ChannelCase{0, 2, 1, kAudioUnitErr_FormatNotSupported},
+                                           ChannelCase{0, 1, 1, noErr}, ChannelCase{1, 2, 2, noErr},
+                                           ChannelCase{1, 2, 1, kAudioUnitErr_FormatNotSupported},
+                                           ChannelCase{2, 2, 1, noErr}, ChannelCase{2, 1, 2, noErr},
+                                           ChannelCase{3, 1, 2, kAudioUnitErr_FormatNotSupported},
+                                           ChannelCase{3, 2, 2, noErr}, ChannelCase{4, 6, 2, noErr},
+                                           ChannelCase{4, 2, 6, kAudioUnitErr_FormatNotSupported},
+                                           ChannelCase{5, 2, 2, kAudioUnitErr_FormatNotSupported}));
 
 // ---- Internals on a directly constructed unit ----------------------------
 
-class EffectInternalsTest : public ::testing::Test {
+class EffectInternalsTest : public ::testing::Test
+{
 protected:
     void SetFormats(UInt32 inInputs, UInt32 inOutputs)
     {
         CAStreamBasicDescription input(MakeFormat(inInputs, SampleFormat::kFloat, false));
         CAStreamBasicDescription output(MakeFormat(inOutputs, SampleFormat::kFloat, false));
-        ASSERT_EQ(noErr, mUnit.DispatchSetProperty(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
-                                                   0, &input, sizeof input));
         ASSERT_EQ(noErr, mUnit.DispatchSetProperty(kAudioUnitProperty_StreamFormat,
-                                                   kAudioUnitScope_Output, 0, &output, sizeof output));
+                                                   kAudioUnitScope_Input, 0, &input, sizeof input));
+        ASSERT_EQ(noErr,
+                  mUnit.DispatchSetProperty(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
+                                            0, &output, sizeof output));
     }
 
     GainEffect mUnit{nullptr};
@@ -614,7 +641,8 @@ TEST_F(EffectInternalsTest, SilenceTimeoutCountsLatencyPlusTailInFrames)
     EXPECT_TRUE(mUnit.IsInputSilent(silent, 512));
 }
 
-struct SampleKindCase {
+struct SampleKindCase
+{
     const char* mName;
     AudioStreamBasicDescription mFormat;
     AUEffectBase::SampleKind mExpected;
@@ -630,7 +658,9 @@ AudioStreamBasicDescription Modified(AudioStreamBasicDescription inFormat, UInt3
     return inFormat;
 }
 
-class SampleKindTest : public ::testing::TestWithParam<SampleKindCase> {};
+class SampleKindTest : public ::testing::TestWithParam<SampleKindCase>
+{
+};
 
 TEST_P(SampleKindTest, IdentifiesTheKernelVariant)
 {
@@ -649,7 +679,8 @@ INSTANTIATE_TEST_SUITE_P(
         SampleKindCase{"Int16Interleaved", kInt16Interleaved, AUEffectBase::kSampleKindInt16},
         SampleKindCase{"Fixed824", MakeFormat(2, SampleFormat::kFixed824, false),
                        AUEffectBase::kSampleKindFixed824},
-        SampleKindCase{"Int32", MakeFormat(2, SampleFormat::kInt32, false), AUEffectBase::kSampleKindOther},
+        SampleKindCase{"Int32", MakeFormat(2, SampleFormat::kInt32, false),
+                       AUEffectBase::kSampleKindOther},
         SampleKindCase{"BigEndian", Modified(kFloatStereo, kAudioFormatFlagIsBigEndian, 0),
                        AUEffectBase::kSampleKindOther},
         SampleKindCase{"NotPacked", Modified(kFloatStereo, 0, kAudioFormatFlagIsPacked),
@@ -658,7 +689,8 @@ INSTANTIATE_TEST_SUITE_P(
                        AUEffectBase::kSampleKindOther},
         SampleKindCase{"FloatAndSigned", Modified(kFloatStereo, kAudioFormatFlagIsSignedInteger, 0),
                        AUEffectBase::kSampleKindOther},
-        SampleKindCase{"BitsDisagree", Modified(kFloatStereo, 0, 0, 24), AUEffectBase::kSampleKindOther},
+        SampleKindCase{"BitsDisagree", Modified(kFloatStereo, 0, 0, 24),
+                       AUEffectBase::kSampleKindOther},
         SampleKindCase{"Int16Fraction", Modified(kInt16Interleaved, 1U << 7, 0),
                        AUEffectBase::kSampleKindOther},
         SampleKindCase{"NotPCM",
@@ -677,4 +709,4 @@ INSTANTIATE_TEST_SUITE_P(
                        AUEffectBase::kSampleKindOther}),
     [](const ::testing::TestParamInfo<SampleKindCase>& info) { return info.param.mName; });
 
-}  // namespace
+} // namespace

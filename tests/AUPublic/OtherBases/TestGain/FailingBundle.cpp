@@ -7,7 +7,8 @@
 
 #include <new>
 
-class FailingEffect : public GainEffect {
+class FailingEffect : public GainEffect
+{
 public:
     explicit FailingEffect(AudioComponentInstance inInstance) : GainEffect(inInstance)
     {

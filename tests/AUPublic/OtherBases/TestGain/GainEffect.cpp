@@ -10,7 +10,7 @@ const AUChannelInfo kTableMonoOrStereo[] = {{1, 1}, {2, 2}};
 const AUChannelInfo kTableStereoOut[] = {{-1, 2}};
 const AUChannelInfo kTableNeverMatches[] = {{-2, -2}};
 
-}  // namespace
+} // namespace
 
 GainEffect::GainEffect(AudioComponentInstance inInstance) : AUEffectBase(inInstance, true)
 {
@@ -26,8 +26,9 @@ OSStatus GainEffect::Initialize()
 {
     const OSStatus result = AUEffectBase::Initialize();
     if (result == noErr && !mKernelList.empty() && mKernelList[0] != nullptr) {
-        Globals()->SetParameter(kGainParam_KernelSerial,
-                                static_cast<Float32>(static_cast<GainKernel*>(mKernelList[0])->Serial()));
+        Globals()->SetParameter(
+            kGainParam_KernelSerial,
+            static_cast<Float32>(static_cast<GainKernel*>(mKernelList[0])->Serial()));
     }
     return result;
 }

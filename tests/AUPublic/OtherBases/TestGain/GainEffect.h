@@ -9,17 +9,19 @@
 
 #include "AUEffectBase.h"
 
-enum : AudioUnitParameterID {
-    kGainParam_Gain = 0,           // linear factor, default 1
-    kGainParam_TailSeconds = 1,    // tail time reported to the effect base, default 0
-    kGainParam_ResetCount = 2,     // Reset calls so far
-    kGainParam_BypassAtReset = 3,  // bypass flag seen by the last Reset (0 or 1)
-    kGainParam_ChannelTable = 4,   // which channel table to publish, see GainEffect
-    kGainParam_KernelSerial = 5,   // serial number of kernel 0 (kernels are numbered from 1)
+enum : AudioUnitParameterID
+{
+    kGainParam_Gain = 0,          // linear factor, default 1
+    kGainParam_TailSeconds = 1,   // tail time reported to the effect base, default 0
+    kGainParam_ResetCount = 2,    // Reset calls so far
+    kGainParam_BypassAtReset = 3, // bypass flag seen by the last Reset (0 or 1)
+    kGainParam_ChannelTable = 4,  // which channel table to publish, see GainEffect
+    kGainParam_KernelSerial = 5,  // serial number of kernel 0 (kernels are numbered from 1)
     kGainParamCount = 6
 };
 
-class GainEffect : public AUEffectBase {
+class GainEffect : public AUEffectBase
+{
 public:
     // Channel tables selectable through kGainParam_ChannelTable: 0 none,
     // 1 {(-1,-1)}, 2 {(-1,-2)}, 3 {(1,1),(2,2)}, 4 {(-1,2)}, 5 {(-2,-2)}.
@@ -47,7 +49,8 @@ private:
     UInt32 mNextKernelSerial = 1;
 };
 
-class GainKernel : public AUKernelBase {
+class GainKernel : public AUKernelBase
+{
 public:
     GainKernel(GainEffect* inUnit, UInt32 inSerial) : AUKernelBase(inUnit), mSerial(inSerial) {}
 

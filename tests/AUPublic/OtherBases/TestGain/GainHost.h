@@ -10,7 +10,11 @@
 #include <cstring>
 #include <vector>
 
-enum class OpenStyle { kFactory, kEntryPoint };
+enum class OpenStyle
+{
+    kFactory,
+    kEntryPoint
+};
 
 inline const char* StyleName(OpenStyle inStyle)
 {
@@ -57,7 +61,13 @@ inline OSStatus OpenTestUnit(OSType inSubtype, OpenStyle inStyle, AudioUnit* out
     return OpenAComponent(component, outUnit);
 }
 
-enum class SampleFormat { kFloat, kInt16, kFixed824, kInt32 };
+enum class SampleFormat
+{
+    kFloat,
+    kInt16,
+    kFixed824,
+    kInt32
+};
 
 // Packed native-endian linear PCM at 44100 Hz.
 inline AudioStreamBasicDescription MakeFormat(UInt32 inChannels, SampleFormat inSample,
@@ -74,7 +84,8 @@ inline AudioStreamBasicDescription MakeFormat(UInt32 inChannels, SampleFormat in
         sampleBytes = 2;
         break;
     case SampleFormat::kFixed824:
-        flags |= kAudioFormatFlagIsSignedInteger | (24U << kLinearPCMFormatFlagsSampleFractionShift);
+        flags |=
+            kAudioFormatFlagIsSignedInteger | (24U << kLinearPCMFormatFlagsSampleFractionShift);
         break;
     case SampleFormat::kInt32:
         flags |= kAudioFormatFlagIsSignedInteger;
@@ -127,7 +138,8 @@ inline SInt32 SignalStep(UInt32 inChannel, UInt64 inFrame)
 // A host render callback producing the test signal for any layout, with a
 // frame counter that follows the time stamp. With mSilent it produces zeros
 // and flags them as silence.
-struct SignalSource {
+struct SignalSource
+{
     AudioStreamBasicDescription mFormat;
     SampleFormat mSample;
     bool mSilent = false;
