@@ -70,10 +70,14 @@ RegisteredComponent* ComponentRegistry::Add(const AudioComponentDescription& des
     RegisteredComponent* handle = component.get();
     try {
         std::lock_guard<std::mutex> lock(mMutex);
-        // After the reservation neither insertion can fail half-way.
-        mComponents.reserve(mComponents.size() + 1);
         mComponentHandles.insert(handle);
-        mComponents.push_back(std::move(component));
+        try {
+            // A failed push_back leaves the component with its owner here.
+            mComponents.push_back(std::move(component));
+        } catch (const std::bad_alloc&) {
+            mComponentHandles.erase(handle);
+            throw;
+        }
     } catch (const std::bad_alloc&) {
         if (retainedName != nullptr) {
             CFRelease(retainedName);
