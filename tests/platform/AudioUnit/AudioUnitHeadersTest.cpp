@@ -11,7 +11,7 @@
 
 #include "HeadersAsC.h"
 
-TEST(HeaderLayoutTest, CAndCxxAgreeOnRecordLayouts)
+TEST(AudioUnitHeadersTest, CAndCxxAgreeOnRecordLayouts)
 {
     const std::vector<size_t> expected = {
         40, 16, 24,  24, 64, 56, 20, 12,                       // audio data records
@@ -55,7 +55,7 @@ TEST(HeaderLayoutTest, CAndCxxAgreeOnRecordLayouts)
     EXPECT_EQ(HeadersAsC_Layout(static_cast<unsigned>(expected.size())), 0u);
 }
 
-TEST(HeaderLayoutTest, ConstantsHaveThePlatformValuesInBothLanguages)
+TEST(AudioUnitHeadersTest, ConstantsHaveThePlatformValuesInBothLanguages)
 {
     const std::vector<unsigned long> expected = {0x61756678UL, 0x80008002UL, 0x80000000UL,
                                                  0x80000000UL, 0x9UL,        18UL};

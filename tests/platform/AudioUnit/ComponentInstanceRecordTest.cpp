@@ -128,7 +128,7 @@ void RecordListener(void* refCon, AudioUnit, AudioUnitPropertyID id, AudioUnitSc
                                                 "/" + std::to_string(element));
 }
 
-class AudioUnitHostTest : public ::testing::TestWithParam<OpenWay>
+class ComponentInstanceRecordTest : public ::testing::TestWithParam<OpenWay>
 {
 protected:
     static void SetUpTestSuite()
@@ -198,7 +198,7 @@ protected:
     Float64 mSampleTime = 0;
 };
 
-TEST_P(AudioUnitHostTest, PlugInFindsItsDescriptionAndStorageThroughTheRuntime)
+TEST_P(ComponentInstanceRecordTest, PlugInFindsItsDescriptionAndStorageThroughTheRuntime)
 {
     AudioComponentDescription description = {};
     UInt32 size = sizeof(description);
@@ -229,7 +229,7 @@ TEST_P(AudioUnitHostTest, PlugInFindsItsDescriptionAndStorageThroughTheRuntime)
     EXPECT_EQ(storage != nullptr, EntryStyle());
 }
 
-TEST_P(AudioUnitHostTest, PropertiesRoundTripAndListenersHearChanges)
+TEST_P(ComponentInstanceRecordTest, PropertiesRoundTripAndListenersHearChanges)
 {
     UInt32 size = 0;
     Boolean writable = false;
@@ -289,7 +289,7 @@ TEST_P(AudioUnitHostTest, PropertiesRoundTripAndListenersHearChanges)
         kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST_P(AudioUnitHostTest, ParametersAndScheduledEventsReachTheUnit)
+TEST_P(ComponentInstanceRecordTest, ParametersAndScheduledEventsReachTheUnit)
 {
     AudioUnitParameterValue value = 0;
     ASSERT_EQ(AudioUnitGetParameter(mUnit, kTestGainParam_Gain, kAudioUnitScope_Global, 0, &value),
@@ -323,7 +323,7 @@ TEST_P(AudioUnitHostTest, ParametersAndScheduledEventsReachTheUnit)
     EXPECT_EQ(value, -2.0f);
 }
 
-TEST_P(AudioUnitHostTest, RenderPullsInputAndCallsNotificationsAroundIt)
+TEST_P(ComponentInstanceRecordTest, RenderPullsInputAndCallsNotificationsAroundIt)
 {
     EXPECT_EQ(Render(), kAudioUnitErr_Uninitialized);
     ASSERT_EQ(AudioUnitInitialize(mUnit), noErr);
@@ -349,7 +349,7 @@ TEST_P(AudioUnitHostTest, RenderPullsInputAndCallsNotificationsAroundIt)
     EXPECT_EQ(AudioUnitRender(mUnit, nullptr, nullptr, 0, kFrames, &mBufferList), paramErr);
 }
 
-TEST_P(AudioUnitHostTest, ResetReachesTheUnit)
+TEST_P(ComponentInstanceRecordTest, ResetReachesTheUnit)
 {
     ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
     ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
@@ -361,7 +361,7 @@ TEST_P(AudioUnitHostTest, ResetReachesTheUnit)
     EXPECT_EQ(resets, 2u);
 }
 
-TEST_P(AudioUnitHostTest, RoutedRendersAllocateNothing)
+TEST_P(ComponentInstanceRecordTest, RoutedRendersAllocateNothing)
 {
     ASSERT_EQ(AudioUnitInitialize(mUnit), noErr);
     ASSERT_EQ(Render(), noErr);
@@ -379,7 +379,7 @@ TEST_P(AudioUnitHostTest, RoutedRendersAllocateNothing)
     EXPECT_EQ(gAllocations.load(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(OpenWays, AudioUnitHostTest,
+INSTANTIATE_TEST_SUITE_P(OpenWays, ComponentInstanceRecordTest,
                          ::testing::Values(OpenWay::kFactory, OpenWay::kComponentManager,
                                            OpenWay::kEntryOnly),
                          [](const ::testing::TestParamInfo<OpenWay>& info) {

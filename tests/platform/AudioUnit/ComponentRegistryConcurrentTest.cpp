@@ -62,7 +62,7 @@ OSStatus Cycle(bool componentManager)
     return status != noErr ? status : closed;
 }
 
-TEST(ComponentConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
+TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
 {
     unsetenv("AU_COMPONENT_PATH");
     setenv("HOME", "/nonexistent", 1);

@@ -97,7 +97,7 @@ void ExpectOpensBothWays(OSType subtype)
     EXPECT_EQ(CloseComponent(ci), noErr);
 }
 
-class ComponentScanTest : public ::testing::Test
+class ComponentRegistryTest : public ::testing::Test
 {
 protected:
     /* Builds the folders before the first look-up of the process, which
@@ -144,9 +144,9 @@ protected:
     static std::string sRoot;
 };
 
-std::string ComponentScanTest::sRoot;
+std::string ComponentRegistryTest::sRoot;
 
-TEST_F(ComponentScanTest, FindsBundlesInPathFoldersPathBundlesAndTheLinkedHomeFolder)
+TEST_F(ComponentRegistryTest, FindsBundlesInPathFoldersPathBundlesAndTheLinkedHomeFolder)
 {
     EXPECT_EQ(CountOf(kFolderSubtype), 1u);
     EXPECT_EQ(CountOf(kSingleSubtype), 1u);
@@ -163,7 +163,7 @@ TEST_F(ComponentScanTest, FindsBundlesInPathFoldersPathBundlesAndTheLinkedHomeFo
     EXPECT_EQ(description.componentSubType, kFolderSubtype);
 }
 
-TEST_F(ComponentScanTest, BrokenBundlesAreSkippedAndReportedWhenNamed)
+TEST_F(ComponentRegistryTest, BrokenBundlesAreSkippedAndReportedWhenNamed)
 {
     EXPECT_EQ(CountOf(0x67627276), 0u);
     EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/env/Folder/Broken.component").c_str()),
@@ -176,7 +176,7 @@ TEST_F(ComponentScanTest, BrokenBundlesAreSkippedAndReportedWhenNamed)
     EXPECT_EQ(AudioComponentRegisterBundle(nullptr), paramErr);
 }
 
-TEST_F(ComponentScanTest, NamedBundleRegistersItsComponentsOnce)
+TEST_F(ComponentRegistryTest, NamedBundleRegistersItsComponentsOnce)
 {
     std::string bundle = sRoot + "/explicit/Explicit.component";
     ASSERT_EQ(AudioComponentRegisterBundle(bundle.c_str()), noErr);
@@ -197,7 +197,7 @@ TEST_F(ComponentScanTest, NamedBundleRegistersItsComponentsOnce)
     EXPECT_EQ(CountOf(kSingleSubtype), 1u);
 }
 
-TEST_F(ComponentScanTest, InProcessRegistrationsAreListedAndOpenInTheirStyle)
+TEST_F(ComponentRegistryTest, InProcessRegistrationsAreListedAndOpenInTheirStyle)
 {
     void* binary = dlopen(TEST_GAIN_BINARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(binary, nullptr);
