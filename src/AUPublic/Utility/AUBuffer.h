@@ -65,9 +65,10 @@ public:
     AudioBufferList& PrepareNullBuffer(const CAStreamBasicDescription& format, UInt32 nFrames);
 
     // Uses the host's block (size rounded down to 16 bytes) as sample memory
-    // when it holds at least the current allocation; otherwise, when nothing
-    // is allocated yet, or when format gives no bytes to divide by, ignores
-    // the call. The block stays the host's. [control]
+    // when it holds at least the current allocation, and leaves the pointers
+    // invalid. Ignores the call when the block is smaller, when nothing is
+    // allocated yet, when the block is null, or when format gives no bytes
+    // per frame to divide by. The block stays the host's. [control]
     void UseExternalBuffer(const CAStreamBasicDescription& format,
                            const AudioUnitExternalBuffer& buf);
 

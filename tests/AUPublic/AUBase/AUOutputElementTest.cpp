@@ -120,21 +120,4 @@ TEST(AUOutputElementTest, ExternalBlockBecomesTheBusMemory)
     EXPECT_EQ(out->PrepareIOBuffer(1156).mBuffers[0].mData, block.data());
 }
 
-TEST(AUOutputElementTest, BusPublishesNoChannelLayout)
-{
-    TestUnit unit;
-    AUOutputElement* out = unit.GetOutput(0);
-    AudioChannelLayoutTag tags[2] = {7, 7};
-    EXPECT_EQ(out->GetChannelLayoutTags(tags), 0u);
-    EXPECT_EQ(tags[0], 7u) << "nothing written";
-    EXPECT_EQ(out->GetChannelLayoutTags(nullptr), 0u);
-    bool writable = true;
-    AudioChannelLayout layout{};
-    layout.mChannelLayoutTag = kAudioChannelLayoutTag_Stereo;
-    EXPECT_EQ(out->GetAudioChannelLayout(&layout, writable), 0u);
-    EXPECT_EQ(layout.mChannelLayoutTag, kAudioChannelLayoutTag_Stereo);
-    EXPECT_EQ(out->SetAudioChannelLayout(layout), kAudioUnitErr_InvalidProperty);
-    EXPECT_EQ(out->RemoveAudioChannelLayout(), kAudioUnitErr_InvalidPropertyValue);
-}
-
 } // namespace
