@@ -27,16 +27,14 @@ namespace {
 constexpr AudioUnitPropertyID kLastRenderedSampleTimeProperty = 0x6C727374;
 
 // Host data may be unaligned: property values are moved with memcpy.
-template <class T>
-T Load(const void* inData)
+template <class T> T Load(const void* inData)
 {
     T value;
     std::memcpy(&value, inData, sizeof(T));
     return value;
 }
 
-template <class T>
-void Store(void* outData, const T& inValue)
+template <class T> void Store(void* outData, const T& inValue)
 {
     std::memcpy(outData, &inValue, sizeof(T));
 }
@@ -52,11 +50,9 @@ struct CFReleaser
 };
 
 // Owns one reference to a Core Foundation object until released or reset.
-template <class Ref>
-using CFHolder = std::unique_ptr<std::remove_pointer_t<Ref>, CFReleaser>;
+template <class Ref> using CFHolder = std::unique_ptr<std::remove_pointer_t<Ref>, CFReleaser>;
 
-template <class Ref>
-CFHolder<Ref> CheckCreated(Ref inObject)
+template <class Ref> CFHolder<Ref> CheckCreated(Ref inObject)
 {
     if (inObject == nullptr) {
         throw std::bad_alloc();
@@ -67,7 +63,8 @@ CFHolder<Ref> CheckCreated(Ref inObject)
 void SetNumber(CFMutableDictionaryRef ioDict, CFStringRef inKey, CFNumberType inType,
                const void* inValue)
 {
-    CFHolder<CFNumberRef> number = CheckCreated(CFNumberCreate(kCFAllocatorDefault, inType, inValue));
+    CFHolder<CFNumberRef> number =
+        CheckCreated(CFNumberCreate(kCFAllocatorDefault, inType, inValue));
     CFDictionarySetValue(ioDict, inKey, number.get());
 }
 
@@ -105,11 +102,17 @@ class DenormalFlushScope
 {
 public:
 #if defined(__x86_64__) || defined(__i386__)
-    DenormalFlushScope() : mSaved(_mm_getcsr()) { _mm_setcsr(mSaved | kFlushBits); }
-    ~DenormalFlushScope() { _mm_setcsr(mSaved); }
+    DenormalFlushScope() : mSaved(_mm_getcsr())
+    {
+        _mm_setcsr(mSaved | kFlushBits);
+    }
+    ~DenormalFlushScope()
+    {
+        _mm_setcsr(mSaved);
+    }
 
 private:
-    static constexpr unsigned int kFlushBits = 0x8040;  // FTZ (bit 15) and DAZ (bit 6)
+    static constexpr unsigned int kFlushBits = 0x8040; // FTZ (bit 15) and DAZ (bit 6)
     unsigned int mSaved;
 #elif defined(__aarch64__)
     DenormalFlushScope()
@@ -118,10 +121,13 @@ private:
         const unsigned long flushed = mSaved | kFlushBit;
         __asm__ __volatile__("msr fpcr, %0" : : "r"(flushed));
     }
-    ~DenormalFlushScope() { __asm__ __volatile__("msr fpcr, %0" : : "r"(mSaved)); }
+    ~DenormalFlushScope()
+    {
+        __asm__ __volatile__("msr fpcr, %0" : : "r"(mSaved));
+    }
 
 private:
-    static constexpr unsigned long kFlushBit = 1UL << 24;  // FZ
+    static constexpr unsigned long kFlushBit = 1UL << 24; // FZ
     unsigned long mSaved;
 #endif
 public:
@@ -129,7 +135,7 @@ public:
     DenormalFlushScope& operator=(const DenormalFlushScope&) = delete;
 };
 
-}  // namespace
+} // namespace
 
 // ---- Process-wide key strings ---------------------------------------------
 
@@ -656,8 +662,7 @@ OSStatus AUBase::GetParameter(AudioUnitParameterID inID, AudioUnitScope inScope,
 }
 
 OSStatus AUBase::SetParameter(AudioUnitParameterID inID, AudioUnitScope inScope,
-                              AudioUnitElement inElement, AudioUnitParameterValue inValue,
-                              UInt32)
+                              AudioUnitElement inElement, AudioUnitParameterValue inValue, UInt32)
 {
     SafeGetElement(inScope, inElement)->SetParameter(inID, inValue, false);
     return noErr;
@@ -706,8 +711,8 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
                 break;
             }
             if (event.eventType == kParameterEvent_Ramped) {
-                const SInt32 rampEnd = static_cast<SInt32>(
-                    static_cast<UInt32>(offset) + event.eventValues.ramp.durationInFrames);
+                const SInt32 rampEnd = static_cast<SInt32>(static_cast<UInt32>(offset) +
+                                                           event.eventValues.ramp.durationInFrames);
                 if (start < rampEnd && rampEnd < end) {
                     end = rampEnd;
                 }
@@ -720,9 +725,9 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
             const SInt32 offset = EventOffset(event);
             bool inSlice;
             if (event.eventType == kParameterEvent_Ramped) {
-                inSlice = offset < end && static_cast<UInt32>(offset) +
-                                                  event.eventValues.ramp.durationInFrames >
-                                              static_cast<UInt32>(start);
+                inSlice =
+                    offset<end&& static_cast<UInt32>(offset) +
+                           event.eventValues.ramp.durationInFrames> static_cast<UInt32>(start);
             } else {
                 inSlice = static_cast<UInt32>(offset) <= static_cast<UInt32>(start);
             }
@@ -749,8 +754,8 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
 
 // ---- Listeners and notifications -----------------------------------------------
 
-OSStatus AUBase::AddPropertyListener(AudioUnitPropertyID inID,
-                                     AudioUnitPropertyListenerProc inProc, void* inRefCon)
+OSStatus AUBase::AddPropertyListener(AudioUnitPropertyID inID, AudioUnitPropertyListenerProc inProc,
+                                     void* inRefCon)
 {
     if (mPropertyListeners.empty() && mPropertyListeners.capacity() < kPropertyListenersReserve) {
         mPropertyListeners.reserve(kPropertyListenersReserve);
@@ -929,8 +934,7 @@ OSStatus AUBase::DoRenderBus(AudioUnitRenderActionFlags& ioActionFlags,
                              AudioBufferList& ioData)
 {
     const bool hostBuffers = ioData.mNumberBuffers > 0 && ioData.mBuffers[0].mData != nullptr;
-    if (hostBuffers &&
-        (!theOutput->WillAllocateBuffer() || Outputs().GetNumberOfElements() < 2)) {
+    if (hostBuffers && (!theOutput->WillAllocateBuffer() || Outputs().GetNumberOfElements() < 2)) {
         theOutput->GetBufferList().UseCallerList(ioData);
     } else {
         theOutput->PrepareIOBuffer(inNumberFrames);
@@ -1330,10 +1334,9 @@ OSStatus AUBase::DispatchGetProperty(AudioUnitPropertyID inID, AudioUnitScope in
         if (clump.inID == kAudioUnitClumpID_System) {
             return kAudioUnitErr_InvalidPropertyValue;
         }
-        const OSStatus result =
-            CopyClumpName(inScope, static_cast<UInt32>(clump.inID),
-                          static_cast<UInt32>(std::max<SInt32>(clump.inDesiredLength, 0)),
-                          &clump.outName);
+        const OSStatus result = CopyClumpName(
+            inScope, static_cast<UInt32>(clump.inID),
+            static_cast<UInt32>(std::max<SInt32>(clump.inDesiredLength, 0)), &clump.outName);
         if (result == kAudioUnitErr_InvalidProperty) {
             return GetProperty(inID, inScope, inElement, outData);
         }
@@ -1361,8 +1364,8 @@ OSStatus AUBase::DispatchGetProperty(AudioUnitPropertyID inID, AudioUnitScope in
         return noErr;
     case kAudioUnitProperty_ParameterHistoryInfo: {
         AudioUnitParameterHistoryInfo info = Load<AudioUnitParameterHistoryInfo>(outData);
-        const OSStatus result = GetParameterHistoryInfo(
-            inScope, inElement, info.updatesPerSecond, info.historyDurationInSeconds);
+        const OSStatus result = GetParameterHistoryInfo(inScope, inElement, info.updatesPerSecond,
+                                                        info.historyDurationInSeconds);
         Store(outData, info);
         return result;
     }
@@ -1538,8 +1541,8 @@ OSStatus AUBase::DispatchSetProperty(AudioUnitPropertyID inID, AudioUnitScope in
             return kAudioUnitErr_InvalidPropertyValue;
         }
         const AURenderCallbackStruct callback = Load<AURenderCallbackStruct>(inData);
-        return SetInputCallback(kAudioUnitProperty_SetRenderCallback, inElement,
-                                callback.inputProc, callback.inputProcRefCon);
+        return SetInputCallback(kAudioUnitProperty_SetRenderCallback, inElement, callback.inputProc,
+                                callback.inputProcRefCon);
     }
     case kAudioUnitProperty_ContextName: {
         if (inDataSize != sizeof(CFStringRef)) {
@@ -1649,9 +1652,8 @@ OSStatus AUBase::DispatchRemovePropertyValue(AudioUnitPropertyID inID, AudioUnit
 OSStatus AUBase::SaveState(CFPropertyListRef* outData)
 {
     const AudioComponentDescription desc = GetComponentDescription();
-    CFHolder<CFMutableDictionaryRef> dict = CheckCreated(
-        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                  &kCFTypeDictionaryValueCallBacks));
+    CFHolder<CFMutableDictionaryRef> dict = CheckCreated(CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 
     const SInt32 version = 0;
     const SInt32 type = static_cast<SInt32>(desc.componentType);
@@ -1662,8 +1664,7 @@ OSStatus AUBase::SaveState(CFPropertyListRef* outData)
     SetNumber(dict.get(), kSubtypeString, kCFNumberSInt32Type, &subtype);
     SetNumber(dict.get(), kManufacturerString, kCFNumberSInt32Type, &manufacturer);
 
-    CFHolder<CFMutableDataRef> data =
-        CheckCreated(CFDataCreateMutable(kCFAllocatorDefault, 0));
+    CFHolder<CFMutableDataRef> data = CheckCreated(CFDataCreateMutable(kCFAllocatorDefault, 0));
     for (AudioUnitScope scope = kAudioUnitScope_Global; scope <= kAudioUnitScope_Output; ++scope) {
         AUScope& theScope = mScopes[scope];
         const UInt32 elements = theScope.GetNumberOfElements();
@@ -1683,8 +1684,8 @@ OSStatus AUBase::SaveState(CFPropertyListRef* outData)
     }
 
     UInt32 renderQuality = 0;
-    if (GetProperty(kAudioUnitProperty_RenderQuality, kAudioUnitScope_Global, 0,
-                    &renderQuality) == noErr) {
+    if (GetProperty(kAudioUnitProperty_RenderQuality, kAudioUnitScope_Global, 0, &renderQuality) ==
+        noErr) {
         const SInt32 quality = static_cast<SInt32>(renderQuality);
         SetNumber(dict.get(), kRenderQualityString, kCFNumberSInt32Type, &quality);
     }
@@ -1764,8 +1765,8 @@ OSStatus AUBase::ValidateState(CFDictionaryRef inDict, const AudioComponentDescr
         const CFDataRef blob = static_cast<CFDataRef>(data);
         const UInt8* bytes = CFDataGetBytePtr(blob);
         const size_t length = static_cast<size_t>(CFDataGetLength(blob));
-        constexpr size_t kHeaderBytes = 12;  // scope, element, count
-        constexpr size_t kEntryBytes = 8;    // parameter ID, value bits
+        constexpr size_t kHeaderBytes = 12; // scope, element, count
+        constexpr size_t kEntryBytes = 8;   // parameter ID, value bits
         size_t position = 0;
         while (position < length) {
             if (length - position < kHeaderBytes) {

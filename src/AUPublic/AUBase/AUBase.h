@@ -86,8 +86,8 @@ public:
     // to 1156 frames and the current preset to {-1, "Untitled"}. Input, output
     // and group elements come later, from CreateElements. Throws
     // std::bad_alloc. [control]
-    AUBase(AudioComponentInstance inInstance, UInt32 inNumInputElements,
-           UInt32 inNumOutputElements, UInt32 inNumGroupElements = 0);
+    AUBase(AudioComponentInstance inInstance, UInt32 inNumInputElements, UInt32 inNumOutputElements,
+           UInt32 inNumGroupElements = 0);
 
     AUBase(const AUBase&) = delete;
     AUBase& operator=(const AUBase&) = delete;
@@ -124,8 +124,7 @@ public:
     virtual OSStatus GetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
                                  AudioUnitElement inElement, void* outData);
     virtual OSStatus SetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
-                                 AudioUnitElement inElement, const void* inData,
-                                 UInt32 inDataSize);
+                                 AudioUnitElement inElement, const void* inData, UInt32 inDataSize);
     virtual OSStatus RemovePropertyValue(AudioUnitPropertyID inID, AudioUnitScope inScope,
                                          AudioUnitElement inElement);
 
@@ -136,8 +135,8 @@ public:
     // Removes every registration of inProc for inID (only those with inRefCon
     // when inRefConSpecified); 0, also when nothing matched. [control]
     virtual OSStatus RemovePropertyListener(AudioUnitPropertyID inID,
-                                            AudioUnitPropertyListenerProc inProc,
-                                            void* inRefCon, bool inRefConSpecified);
+                                            AudioUnitPropertyListenerProc inProc, void* inRefCon,
+                                            bool inRefConSpecified);
     // Queues a pre/post-render notification; it takes effect at the next
     // render. Null inProc: paramErr (-50). Throws std::bad_alloc. [any]
     virtual OSStatus SetRenderNotification(AURenderCallback inProc, void* inRefCon);
@@ -148,8 +147,7 @@ public:
     // outValue = the parameter's current value; 0. Throws -10866 (scope),
     // -10877 (element), -10878 (parameter). [any]
     virtual OSStatus GetParameter(AudioUnitParameterID inID, AudioUnitScope inScope,
-                                  AudioUnitElement inElement,
-                                  AudioUnitParameterValue& outValue);
+                                  AudioUnitElement inElement, AudioUnitParameterValue& outValue);
     // Sets the value at once (the offset is ignored); 0. Throws as
     // GetParameter; a new ID of a sparse element of an initialized unit is
     // ignored. [any]
@@ -165,8 +163,8 @@ public:
     // Processing hooks of other unit kinds; kAudio_UnimplementedError (-4).
     // [render]
     virtual OSStatus ProcessBufferLists(AudioUnitRenderActionFlags& ioActionFlags,
-                                        const AudioBufferList& inBuffer,
-                                        AudioBufferList& outBuffer, UInt32 inFramesToProcess);
+                                        const AudioBufferList& inBuffer, AudioBufferList& outBuffer,
+                                        UInt32 inFramesToProcess);
     virtual OSStatus ProcessMultipleBufferLists(AudioUnitRenderActionFlags& ioActionFlags,
                                                 UInt32 inFramesToProcess,
                                                 UInt32 inNumberInputBufferLists,
@@ -300,9 +298,8 @@ public:
     virtual OSStatus MIDIEvent(UInt32 inStatus, UInt32 inData1, UInt32 inData2,
                                UInt32 inOffsetSampleFrame);
     virtual OSStatus SysEx(const UInt8* inData, UInt32 inLength);
-    virtual OSStatus StartNote(UInt32 inInstrument, UInt32 inGroupID,
-                               UInt32* outNoteInstanceID, UInt32 inOffsetSampleFrame,
-                               const Float32* inNoteParams);
+    virtual OSStatus StartNote(UInt32 inInstrument, UInt32 inGroupID, UInt32* outNoteInstanceID,
+                               UInt32 inOffsetSampleFrame, const Float32* inNoteParams);
     virtual OSStatus StopNote(UInt32 inGroupID, UInt32 inNoteInstanceID,
                               UInt32 inOffsetSampleFrame);
 
@@ -330,8 +327,7 @@ public:
     virtual OSStatus SetAudioChannelLayout(AudioUnitScope inScope, AudioUnitElement inElement,
                                            const AudioChannelLayout* inLayout);
     // Removes the bus's layout; 0 when it has none. [control]
-    virtual OSStatus RemoveAudioChannelLayout(AudioUnitScope inScope,
-                                              AudioUnitElement inElement);
+    virtual OSStatus RemoveAudioChannelLayout(AudioUnitScope inScope, AudioUnitElement inElement);
 
     // Sorts ioParamList by offset, cuts the render of inFramesToProcess frames
     // into slices at event offsets and ramp ends, writes the events that fall
@@ -402,8 +398,7 @@ public:
     OSStatus DispatchGetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
                                  AudioUnitElement inElement, void* outData);
     OSStatus DispatchSetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
-                                 AudioUnitElement inElement, const void* inData,
-                                 UInt32 inDataSize);
+                                 AudioUnitElement inElement, const void* inData, UInt32 inDataSize);
     OSStatus DispatchRemovePropertyValue(AudioUnitPropertyID inID, AudioUnitScope inScope,
                                          AudioUnitElement inElement);
 

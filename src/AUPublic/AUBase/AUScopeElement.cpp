@@ -57,13 +57,13 @@ bool ParseIndexKey(CFTypeRef inKey, UInt32 inLimit, UInt32& outIndex)
     return true;
 }
 
-}  // namespace
+} // namespace
 
 // ---- ParameterMapEvent -----------------------------------------------------
 
 ParameterMapEvent::ParameterMapEvent()
-    : mEventType(kParameterEvent_Immediate), mBufferOffset(0), mDurationInFrames(0),
-      mValue1(0.0f), mValue2(0.0f), mSliceDurationFrames(0)
+    : mEventType(kParameterEvent_Immediate), mBufferOffset(0), mDurationInFrames(0), mValue1(0.0f),
+      mValue2(0.0f), mSliceDurationFrames(0)
 {
     // The record's layout is fixed: six 32-bit fields in declaration order.
     static_assert(sizeof(ParameterMapEvent) == 24, "six 32-bit fields");
@@ -99,9 +99,9 @@ void ParameterMapEvent::SetScheduledEvent(const AudioUnitParameterEvent& inEvent
         mValue1 = inEvent.eventValues.immediate.value;
         mValue2 = mValue1;
     } else {
-        mBufferOffset = static_cast<SInt32>(
-            static_cast<UInt32>(inEvent.eventValues.ramp.startBufferOffset) -
-            inSliceOffsetInBuffer);
+        mBufferOffset =
+            static_cast<SInt32>(static_cast<UInt32>(inEvent.eventValues.ramp.startBufferOffset) -
+                                inSliceOffsetInBuffer);
         mDurationInFrames = inEvent.eventValues.ramp.durationInFrames;
         mValue1 = inEvent.eventValues.ramp.startValue;
         mValue2 = inEvent.eventValues.ramp.endValue;
@@ -197,8 +197,7 @@ void AUElement::SetParameter(AudioUnitParameterID inID, AudioUnitParameterValue 
     }
 }
 
-void AUElement::SetScheduledEvent(AudioUnitParameterID inID,
-                                  const AudioUnitParameterEvent& inEvent,
+void AUElement::SetScheduledEvent(AudioUnitParameterID inID, const AudioUnitParameterEvent& inEvent,
                                   UInt32 inSliceOffsetInBuffer, UInt32 inSliceDurationFrames,
                                   bool inOkWhenInitialized)
 {

@@ -32,8 +32,8 @@ class ConnectionTest : public ::testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        CFStringRef name =
-            CFStringCreateWithCString(kCFAllocatorDefault, "Test: connections", kCFStringEncodingUTF8);
+        CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, "Test: connections",
+                                                     kCFStringEncodingUTF8);
         sComponent = AudioComponentRegister(&kDescription, name, 1,
                                             APFactory<AUBaseLookup, ConnectionUnit>::Factory);
         CFRelease(name);
@@ -45,9 +45,9 @@ protected:
         ASSERT_EQ(AudioComponentInstanceNew(sComponent, &mSource), noErr);
         ASSERT_EQ(AudioComponentInstanceNew(sComponent, &mDest), noErr);
         mUnit = ConnectionUnit::sLastOpened;
-        for (AudioUnitPropertyID id : {kAudioUnitProperty_MakeConnection,
-                                       kAudioUnitProperty_StreamFormat,
-                                       kAudioUnitProperty_SetRenderCallback}) {
+        for (AudioUnitPropertyID id :
+             {kAudioUnitProperty_MakeConnection, kAudioUnitProperty_StreamFormat,
+              kAudioUnitProperty_SetRenderCallback}) {
             AudioUnitAddPropertyListener(mDest, id, ListenerLog::Hear, &mLog);
         }
         mMono = mUnit->GetStreamFormat(kAudioUnitScope_Output, 0);
@@ -67,9 +67,8 @@ protected:
     OSStatus Connect(AudioUnit inSource, UInt32 inSourceOutput = 0, UInt32 inDestInput = 0)
     {
         const AudioUnitConnection connection{inSource, inSourceOutput, inDestInput};
-        return AudioUnitSetProperty(mDest, kAudioUnitProperty_MakeConnection,
-                                    kAudioUnitScope_Input, inDestInput, &connection,
-                                    sizeof(connection));
+        return AudioUnitSetProperty(mDest, kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input,
+                                    inDestInput, &connection, sizeof(connection));
     }
 
     OSStatus SetInputFormat(const AudioStreamBasicDescription& inFormat)
@@ -96,7 +95,7 @@ protected:
     CAStreamBasicDescription mMono;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(ConnectionTest, ConnectedInputTakesTheSourceFormatAndKeepsIt)
 {
@@ -104,9 +103,9 @@ TEST_F(ConnectionTest, ConnectedInputTakesTheSourceFormatAndKeepsIt)
     EXPECT_EQ(mUnit->GetInput(0)->GetSourceKind(), AUInputElement::kSourceConnection);
     EXPECT_TRUE(mUnit->GetStreamFormat(kAudioUnitScope_Input, 0).IsEqual(mMono, false));
     ASSERT_EQ(mLog.mCalls.size(), 2u);
-    EXPECT_EQ(mLog.mCalls[0], std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_StreamFormat},
-                                              AudioUnitScope{kAudioUnitScope_Input},
-                                              AudioUnitElement{0}));
+    EXPECT_EQ(mLog.mCalls[0],
+              std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_StreamFormat},
+                              AudioUnitScope{kAudioUnitScope_Input}, AudioUnitElement{0}));
     EXPECT_EQ(std::get<0>(mLog.mCalls[1]), AudioUnitPropertyID{kAudioUnitProperty_MakeConnection});
 
     EXPECT_FALSE(InputFormatWritable());
@@ -127,7 +126,7 @@ TEST_F(ConnectionTest, ConnectedInputTakesTheSourceFormatAndKeepsIt)
 
 TEST_F(ConnectionTest, RefusedConnectionsLeaveTheInputAsItWas)
 {
-    EXPECT_EQ(Connect(mSource, 5), kAudioUnitErr_InvalidElement);  // the source has one output
+    EXPECT_EQ(Connect(mSource, 5), kAudioUnitErr_InvalidElement); // the source has one output
     EXPECT_FALSE(mUnit->GetInput(0)->HasSource());
     EXPECT_EQ(mUnit->GetStreamFormat(kAudioUnitScope_Input, 0).mChannelsPerFrame, 2u);
     EXPECT_TRUE(mLog.mCalls.empty());

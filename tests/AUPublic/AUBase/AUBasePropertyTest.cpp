@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr AudioUnitPropertyID kLastRenderedSampleTime = 0x6C727374;  // 'lrst'
+constexpr AudioUnitPropertyID kLastRenderedSampleTime = 0x6C727374; // 'lrst'
 
 struct InfoRow
 {
@@ -25,47 +25,67 @@ struct InfoRow
 // unit with one input, one output and three global parameters.
 const InfoRow kInfoRows[] = {
     {kAudioUnitProperty_ClassInfo, kAudioUnitScope_Global, 0, noErr, 8, true},
-    {kAudioUnitProperty_ClassInfo, kAudioUnitScope_Global, 1, kAudioUnitErr_InvalidElement, 0, false},
+    {kAudioUnitProperty_ClassInfo, kAudioUnitScope_Global, 1, kAudioUnitErr_InvalidElement, 0,
+     false},
     {kAudioUnitProperty_ClassInfo, kAudioUnitScope_Input, 0, kAudioUnitErr_InvalidScope, 0, false},
     {kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, 0, noErr, 16, true},
-    {kAudioUnitProperty_MakeConnection, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidScope, 0, false},
+    {kAudioUnitProperty_MakeConnection, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidScope, 0,
+     false},
     {kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 0, noErr, 8, true},
-    {kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 1, kAudioUnitErr_InvalidElement, 0, false},
+    {kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 1, kAudioUnitErr_InvalidElement, 0,
+     false},
     {kAudioUnitProperty_ParameterList, kAudioUnitScope_Global, 0, noErr, 12, false},
     {kAudioUnitProperty_ParameterList, kAudioUnitScope_Input, 9, noErr, 0, false},
     {kAudioUnitProperty_ParameterInfo, kAudioUnitScope_Global, 99, noErr, 104, false},
-    {kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global, kAudioUnitRenderSelect, noErr, 8, false},
-    {kAudioUnitProperty_FastDispatch, kAudioUnitScope_Input, 0, kAudioUnitErr_InvalidScope, 0, false},
+    {kAudioUnitProperty_FastDispatch, kAudioUnitScope_Global, kAudioUnitRenderSelect, noErr, 8,
+     false},
+    {kAudioUnitProperty_FastDispatch, kAudioUnitScope_Input, 0, kAudioUnitErr_InvalidScope, 0,
+     false},
     {kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0, noErr, 40, true},
     {kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, 0, noErr, 40, true},
-    {kAudioUnitProperty_StreamFormat, kAudioUnitScope_Group, 0, kAudioUnitErr_InvalidElement, 0, false},
+    {kAudioUnitProperty_StreamFormat, kAudioUnitScope_Group, 0, kAudioUnitErr_InvalidElement, 0,
+     false},
     {kAudioUnitProperty_ElementCount, kAudioUnitScope_Input, 0, noErr, 4, false},
     {kAudioUnitProperty_Latency, kAudioUnitScope_Global, 0, noErr, 8, false},
-    {kAudioUnitProperty_SupportedNumChannels, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_SupportedNumChannels, kAudioUnitScope_Global, 0,
+     kAudioUnitErr_InvalidProperty, 0, false},
     {kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, 0, noErr, 4, true},
-    {kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidScope, 0, false},
-    {kAudioUnitProperty_SetExternalBuffer, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidProperty, 0, false},
-    {kAudioUnitProperty_ParameterValueStrings, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
-    {kAudioUnitProperty_GetUIComponentList, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
-    {kAudioUnitProperty_AudioChannelLayout, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidProperty, 0, false},
-    {kAudioUnitProperty_TailTime, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Output, 0,
+     kAudioUnitErr_InvalidScope, 0, false},
+    {kAudioUnitProperty_SetExternalBuffer, kAudioUnitScope_Output, 0, kAudioUnitErr_InvalidProperty,
+     0, false},
+    {kAudioUnitProperty_ParameterValueStrings, kAudioUnitScope_Global, 0,
+     kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_GetUIComponentList, kAudioUnitScope_Global, 0,
+     kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_AudioChannelLayout, kAudioUnitScope_Output, 0,
+     kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_TailTime, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0,
+     false},
     {kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global, 0, noErr, 4, false},
     {kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, noErr, 16, true},
-    {kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 1, kAudioUnitErr_InvalidElement, 0, false},
-    {kAudioUnitProperty_FactoryPresets, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 1, kAudioUnitErr_InvalidElement,
+     0, false},
+    {kAudioUnitProperty_FactoryPresets, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0,
+     false},
     {kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, noErr, 8, true},
     {kAudioUnitProperty_HostCallbacks, kAudioUnitScope_Global, 0, noErr, 40, true},
     {kAudioUnitProperty_ElementName, kAudioUnitScope_Output, 0, noErr, 8, true},
-    {kAudioUnitProperty_ElementName, kAudioUnitScope_Output, 1, kAudioUnitErr_InvalidElement, 0, false},
-    {kAudioUnitProperty_SupportedChannelLayoutTags, kAudioUnitScope_Input, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_ElementName, kAudioUnitScope_Output, 1, kAudioUnitErr_InvalidElement, 0,
+     false},
+    {kAudioUnitProperty_SupportedChannelLayoutTags, kAudioUnitScope_Input, 0,
+     kAudioUnitErr_InvalidProperty, 0, false},
     {kAudioUnitProperty_ParameterClumpName, kAudioUnitScope_Global, 0, noErr, 16, false},
     {kAudioUnitProperty_PresentPreset, kAudioUnitScope_Global, 0, noErr, 16, true},
-    {kAudioUnitProperty_IconLocation, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_IconLocation, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0,
+     false},
     {kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Output, 0, noErr, 4, true},
-    {kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidScope, 0, false},
+    {kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidScope,
+     0, false},
     {kAudioUnitProperty_ParameterHistoryInfo, kAudioUnitScope_Global, 0, noErr, 8, false},
     {kLastRenderedSampleTime, kAudioUnitScope_Output, 0, noErr, 8, false},
-    {kAudioUnitProperty_BypassEffect, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0, false},
+    {kAudioUnitProperty_BypassEffect, kAudioUnitScope_Global, 0, kAudioUnitErr_InvalidProperty, 0,
+     false},
 };
 
 class PropertyTest : public ::testing::Test
@@ -74,13 +94,11 @@ protected:
     void SetUp() override
     {
         mOwner = OpenUnit();
-        for (AudioUnitPropertyID id : {kAudioUnitProperty_StreamFormat,
-                                       kAudioUnitProperty_SampleRate,
-                                       kAudioUnitProperty_HostCallbacks,
-                                       kAudioUnitProperty_ContextName,
-                                       kAudioUnitProperty_AudioChannelLayout,
-                                       kAudioUnitProperty_ElementName,
-                                       kAudioUnitProperty_PresentPreset}) {
+        for (AudioUnitPropertyID id :
+             {kAudioUnitProperty_StreamFormat, kAudioUnitProperty_SampleRate,
+              kAudioUnitProperty_HostCallbacks, kAudioUnitProperty_ContextName,
+              kAudioUnitProperty_AudioChannelLayout, kAudioUnitProperty_ElementName,
+              kAudioUnitProperty_PresentPreset}) {
             Unit().AddPropertyListener(id, ListenerLog::Hear, &mLog);
         }
     }
@@ -97,7 +115,7 @@ protected:
     ListenerLog mLog;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(PropertyTest, InfoReportsSizeWritabilityAndStatusPerProperty)
 {
@@ -121,8 +139,8 @@ TEST_F(PropertyTest, InfoReportsSizeWritabilityAndStatusPerProperty)
               }),
               kAudioUnitErr_InvalidScope);
     ASSERT_EQ(Unit().DoInitialize(), noErr);
-    EXPECT_EQ(Unit().DispatchGetPropertyInfo(kAudioUnitProperty_StreamFormat,
-                                             kAudioUnitScope_Input, 0, size, writable),
+    EXPECT_EQ(Unit().DispatchGetPropertyInfo(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+                                             0, size, writable),
               noErr);
     EXPECT_FALSE(writable);
 }
@@ -137,14 +155,14 @@ TEST_F(PropertyTest, StreamFormatAndSampleRateSetsValidateCompareAndNotify)
     EXPECT_EQ(Unit().GetStreamFormat(kAudioUnitScope_Input, 0).mChannelsPerFrame, 1u);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_StreamFormat), 1u);
     EXPECT_EQ(Set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &format, 40), noErr);
-    EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_StreamFormat), 1u);  // unchanged: no notification
+    EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_StreamFormat), 1u); // unchanged: no notification
     EXPECT_EQ(Set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 1, &format, 40),
               kAudioUnitErr_InvalidElement);
     format.mFormatFlags &= ~static_cast<UInt32>(kAudioFormatFlagIsFloat);
     EXPECT_EQ(Set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &format, 40),
               kAudioUnitErr_FormatNotSupported);
 
-    Float64 rate = 44100.0;  // the current rate
+    Float64 rate = 44100.0; // the current rate
     EXPECT_EQ(Set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 0, &rate, 8), noErr);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_StreamFormat), 1u);
     rate = 96000.0;
@@ -153,9 +171,9 @@ TEST_F(PropertyTest, StreamFormatAndSampleRateSetsValidateCompareAndNotify)
     EXPECT_EQ(Set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 0, &rate, 8), noErr);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_StreamFormat), 2u);
     Float64 read = 0.0;
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_SampleRate, kAudioUnitScope_Global, 0,
-                                         &read),
-              noErr);
+    EXPECT_EQ(
+        Unit().DispatchGetProperty(kAudioUnitProperty_SampleRate, kAudioUnitScope_Global, 0, &read),
+        noErr);
     EXPECT_EQ(read, 96000.0);
 
     ASSERT_EQ(Unit().DoInitialize(), noErr);
@@ -169,9 +187,9 @@ TEST_F(PropertyTest, StreamFormatAndSampleRateSetsValidateCompareAndNotify)
 TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
 {
     Float64 sampleTime = 0.0;
-    EXPECT_EQ(Unit().DispatchGetProperty(kLastRenderedSampleTime, kAudioUnitScope_Global, 0,
-                                         &sampleTime),
-              noErr);
+    EXPECT_EQ(
+        Unit().DispatchGetProperty(kLastRenderedSampleTime, kAudioUnitScope_Global, 0, &sampleTime),
+        noErr);
     EXPECT_EQ(sampleTime, AUBase::kNoLastRenderedSampleTime);
 
     AudioUnitParameterID ids[3] = {};
@@ -181,12 +199,13 @@ TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
     EXPECT_EQ(ids[2], 2u);
 
     UInt32 count = 0;
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ElementCount, kAudioUnitScope_Output,
-                                         0, &count),
+    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ElementCount, kAudioUnitScope_Output, 0,
+                                         &count),
               noErr);
     EXPECT_EQ(count, 1u);
 
-    CFStringRef mine = CFStringCreateWithCString(kCFAllocatorDefault, "Mine", kCFStringEncodingUTF8);
+    CFStringRef mine =
+        CFStringCreateWithCString(kCFAllocatorDefault, "Mine", kCFStringEncodingUTF8);
     ASSERT_TRUE(Unit().SetAFactoryPresetAsCurrent(AUPreset{2, mine}));
     AUPreset preset{};
     EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_PresentPreset, kAudioUnitScope_Global,
@@ -194,7 +213,7 @@ TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
               noErr);
     EXPECT_EQ(preset.presetNumber, 2);
     EXPECT_EQ(preset.presetName, mine);
-    EXPECT_EQ(CFGetRetainCount(mine), 3);  // ours, the unit's and the host's
+    EXPECT_EQ(CFGetRetainCount(mine), 3); // ours, the unit's and the host's
     CFRelease(preset.presetName);
     CFRelease(mine);
 
@@ -214,7 +233,8 @@ TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
               noErr);
     EXPECT_EQ(willAllocate, 1u);
     const UInt32 no = 0;
-    EXPECT_EQ(Set(kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0, &no, 4), noErr);
+    EXPECT_EQ(Set(kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0, &no, 4),
+              noErr);
     EXPECT_FALSE(Unit().GetInput(0)->WillAllocateBuffer());
     EXPECT_EQ(Set(kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0, &no, 2),
               kAudioUnitErr_InvalidPropertyValue);
@@ -239,22 +259,22 @@ TEST_F(PropertyTest, NamesAndPresetsAreRetainedAndNotified)
     CFStringRef name =
         CFStringCreateWithCString(kCFAllocatorDefault, "Host document", kCFStringEncodingUTF8);
     CFStringRef got = nullptr;
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0,
-                                         &got),
-              kAudioUnitErr_InvalidPropertyValue);
+    EXPECT_EQ(
+        Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, &got),
+        kAudioUnitErr_InvalidPropertyValue);
     EXPECT_EQ(Set(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, &name, 8), noErr);
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0,
-                                         &got),
-              noErr);
+    EXPECT_EQ(
+        Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, &got),
+        noErr);
     EXPECT_EQ(got, name);
     CFRelease(got);
-    EXPECT_EQ(CFGetRetainCount(name), 2);  // ours and the unit's
+    EXPECT_EQ(CFGetRetainCount(name), 2); // ours and the unit's
     const CFStringRef none = nullptr;
     EXPECT_EQ(Set(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, &none, 8), noErr);
     EXPECT_EQ(CFGetRetainCount(name), 1);
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0,
-                                         &got),
-              kAudioUnitErr_InvalidPropertyValue);
+    EXPECT_EQ(
+        Unit().DispatchGetProperty(kAudioUnitProperty_ContextName, kAudioUnitScope_Global, 0, &got),
+        kAudioUnitErr_InvalidPropertyValue);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_ContextName), 2u);
 
     EXPECT_EQ(Set(kAudioUnitProperty_ElementName, kAudioUnitScope_Output, 1, &name, 8),
@@ -278,7 +298,7 @@ TEST_F(PropertyTest, NamesAndPresetsAreRetainedAndNotified)
     EXPECT_EQ(Unit().CurrentPreset().presetName, name);
     AUPreset factory{3, name};
     EXPECT_EQ(Set(kAudioUnitProperty_PresentPreset, kAudioUnitScope_Global, 0, &factory, 16),
-              kAudioUnitErr_InvalidProperty);  // the base unit has no factory presets
+              kAudioUnitErr_InvalidProperty); // the base unit has no factory presets
     EXPECT_EQ(Unit().CurrentPreset().presetNumber, -1);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_PresentPreset), 1u);
 
@@ -317,9 +337,9 @@ TEST_F(PropertyTest, HostCallbacksNotifyOnlyWhenTheBlockChanges)
                                                  kAudioUnitScope_Output, 0),
               noErr);
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_AudioChannelLayout), 1u);
-    EXPECT_EQ(Unit().DispatchRemovePropertyValue(kAudioUnitProperty_Latency,
-                                                 kAudioUnitScope_Global, 0),
-              kAudioUnitErr_InvalidPropertyValue);
+    EXPECT_EQ(
+        Unit().DispatchRemovePropertyValue(kAudioUnitProperty_Latency, kAudioUnitScope_Global, 0),
+        kAudioUnitErr_InvalidPropertyValue);
 }
 
 TEST_F(PropertyTest, LastRenderErrorIsClearedByReadingIt)
@@ -331,15 +351,15 @@ TEST_F(PropertyTest, LastRenderErrorIsClearedByReadingIt)
     Unit().AddPropertyListener(kAudioUnitProperty_LastRenderError, ListenerLog::Hear, &errors);
     EXPECT_EQ(Unit().DoRender(flags, time, 0, 64, list), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(Unit().DoRender(flags, time, 0, 64, list), kAudioUnitErr_Uninitialized);
-    EXPECT_EQ(errors.mCalls.size(), 1u);  // pending until read
+    EXPECT_EQ(errors.mCalls.size(), 1u); // pending until read
 
     OSStatus error = noErr;
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_LastRenderError,
-                                         kAudioUnitScope_Global, 0, &error),
+    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global,
+                                         0, &error),
               noErr);
     EXPECT_EQ(error, kAudioUnitErr_Uninitialized);
-    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_LastRenderError,
-                                         kAudioUnitScope_Global, 0, &error),
+    EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global,
+                                         0, &error),
               noErr);
     EXPECT_EQ(error, noErr);
     EXPECT_EQ(Unit().DoRender(flags, time, 0, 64, list), kAudioUnitErr_Uninitialized);
@@ -371,7 +391,7 @@ TEST(PropertyListenerTest, DuplicatesAreAllCalledAndRemovedTogether)
     unit.PropertyChanged(kAudioUnitProperty_Latency, kAudioUnitScope_Input, 3);
     EXPECT_EQ(first.mCalls.size(), 4u);
     ASSERT_EQ(second.mCalls.size(), 2u);
-    EXPECT_EQ(second.mCalls[1], std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_Latency},
-                                                AudioUnitScope{kAudioUnitScope_Input},
-                                                AudioUnitElement{3}));
+    EXPECT_EQ(second.mCalls[1],
+              std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_Latency},
+                              AudioUnitScope{kAudioUnitScope_Input}, AudioUnitElement{3}));
 }

@@ -18,7 +18,7 @@
 namespace {
 std::atomic<bool> gCountAllocations{false};
 std::atomic<int> gAllocations{0};
-}  // namespace
+} // namespace
 
 void* operator new(std::size_t inSize)
 {
@@ -49,7 +49,13 @@ namespace {
 class RenderUnit : public AUBaseTestUnit
 {
 public:
-    enum class Failure { kNone, kThrowStatus, kThrowZero, kThrowOther };
+    enum class Failure
+    {
+        kNone,
+        kThrowStatus,
+        kThrowZero,
+        kThrowOther
+    };
 
     OSStatus Render(AudioUnitRenderActionFlags& ioActionFlags, const AudioTimeStamp& inTimeStamp,
                     UInt32 inNumberFrames) override
@@ -171,14 +177,14 @@ protected:
     Float64 mNextSampleTime = 0.0;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(RenderTest, RequestsThatBreakTheContractAreRefusedAndRecorded)
 {
     EXPECT_EQ(Render(512), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(Render(512), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(Unit().mRenderCalls, 0);
-    EXPECT_EQ(mLog.mCalls.size(), 1u);  // the first error is pending until read
+    EXPECT_EQ(mLog.mCalls.size(), 1u); // the first error is pending until read
     EXPECT_EQ(TakeLastError(), kAudioUnitErr_Uninitialized);
     ASSERT_EQ(Unit().DoInitialize(), noErr);
 
@@ -189,7 +195,7 @@ TEST_F(RenderTest, RequestsThatBreakTheContractAreRefusedAndRecorded)
     EXPECT_EQ(Render(64, 5000.0, 1), kAudioUnitErr_InvalidElement);
     EXPECT_EQ(TakeLastError(), kAudioUnitErr_InvalidElement);
 
-    mHost.mList.mNumberBuffers = 1;  // stereo needs two
+    mHost.mList.mNumberBuffers = 1; // stereo needs two
     EXPECT_EQ(Render(512), paramErr);
     EXPECT_EQ(TakeLastError(), paramErr);
     mHost.mList.mNumberBuffers = 2;
@@ -213,7 +219,7 @@ TEST_F(RenderTest, OneRenderPerTimeStampIntoHostOrOwnBuffers)
     EXPECT_EQ(last, 100.0);
 
     mHost.mSamples[0][0] = -1.0f;
-    EXPECT_EQ(Render(256, 100.0), noErr);  // same time: not rendered again
+    EXPECT_EQ(Render(256, 100.0), noErr); // same time: not rendered again
     EXPECT_EQ(Unit().mRenderCalls, 1);
 
     mHost.Reset(1024, true);
@@ -222,7 +228,7 @@ TEST_F(RenderTest, OneRenderPerTimeStampIntoHostOrOwnBuffers)
     ASSERT_NE(unitSamples, nullptr);
     EXPECT_NE(unitSamples, mHost.mSamples[1]);
     EXPECT_EQ(unitSamples[10], 2.0f);
-    EXPECT_EQ(mHost.mSamples[0][0], -1.0f);  // the host's memory was not touched
+    EXPECT_EQ(mHost.mSamples[0][0], -1.0f); // the host's memory was not touched
 
     EXPECT_EQ(Unit().Reset(kAudioUnitScope_Global, 0), noErr);
     EXPECT_EQ(Unit().CurrentRenderTime().mSampleTime, AUBase::kNoLastRenderedSampleTime);
@@ -245,7 +251,7 @@ TEST_F(RenderTest, NotificationsSeeTheirPhaseAndRegistrationsApplyAtTheNextRende
     ASSERT_EQ(log.mFlags.size(), 2u);
     EXPECT_EQ(log.mFlags[0], static_cast<UInt32>(kAudioUnitRenderAction_PreRender));
     EXPECT_EQ(log.mFlags[1], static_cast<UInt32>(kAudioUnitRenderAction_PostRender));
-    EXPECT_EQ(mFlags, 0u);  // the host's flags are not the notifications'
+    EXPECT_EQ(mFlags, 0u); // the host's flags are not the notifications'
 
     Unit().mRenderResult = -77;
     EXPECT_EQ(Render(64), -77);
@@ -257,7 +263,7 @@ TEST_F(RenderTest, NotificationsSeeTheirPhaseAndRegistrationsApplyAtTheNextRende
     Unit().mRenderResult = noErr;
     Unit().mFailure = RenderUnit::Failure::kThrowStatus;
     EXPECT_EQ(Render(64), kAudioUnitErr_NoConnection);
-    EXPECT_EQ(log.mFlags.size(), 5u);  // pre-render only
+    EXPECT_EQ(log.mFlags.size(), 5u); // pre-render only
     EXPECT_EQ(TakeLastError(), kAudioUnitErr_NoConnection);
     Unit().mFailure = RenderUnit::Failure::kThrowOther;
     EXPECT_EQ(Render(64), -1);
@@ -287,9 +293,9 @@ TEST_F(RenderTest, RendersAllocateNothingOnceInitialized)
     NotifyLog log;
     log.mFlags.reserve(64);
     Unit().SetRenderNotification(NotifyLog::Hear, &log);
-    const std::vector<AudioUnitParameterEvent> events{
-        ImmediateEvent(1, 300, 2.0f), RampEvent(0, 10, 100, 0.0f, 1.0f),
-        ImmediateEvent(2, 5, 3.0f)};
+    const std::vector<AudioUnitParameterEvent> events{ImmediateEvent(1, 300, 2.0f),
+                                                      RampEvent(0, 10, 100, 0.0f, 1.0f),
+                                                      ImmediateEvent(2, 5, 3.0f)};
     gAllocations = 0;
     gCountAllocations = true;
     for (UInt32 frames : {1u, 7u, 64u, 512u, 1156u}) {
@@ -363,7 +369,7 @@ OSStatus CountCall(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UI
     return noErr;
 }
 
-}  // namespace
+} // namespace
 
 TEST_F(RenderTest, ConcurrentNotificationRegistrationWhileRendering)
 {
@@ -383,8 +389,8 @@ TEST_F(RenderTest, ConcurrentNotificationRegistrationWhileRendering)
         ASSERT_EQ(Render(64), noErr);
     }
     registrar.join();
-    ASSERT_EQ(Render(64), noErr);  // applies whatever was still queued
+    ASSERT_EQ(Render(64), noErr); // applies whatever was still queued
     gConcurrentCalls = 0;
     ASSERT_EQ(Render(64), noErr);
-    EXPECT_EQ(gConcurrentCalls.load(), 0);  // every add was matched by a remove
+    EXPECT_EQ(gConcurrentCalls.load(), 0); // every add was matched by a remove
 }

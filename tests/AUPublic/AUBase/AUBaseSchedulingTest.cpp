@@ -40,12 +40,12 @@ protected:
     int mUserData = 0;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(SchedulingTest, RampAndImmediateEventsCutTheRenderIntoSlices)
 {
     Schedule({ImmediateEvent(1, 400, 5.0f), RampEvent(0, 100, 200, 1.0f, 2.0f)});
-    EXPECT_EQ(Unit().Globals()->GetParameter(1), 5.0f);  // applied when scheduled
+    EXPECT_EQ(Unit().Globals()->GetParameter(1), 5.0f); // applied when scheduled
     ASSERT_EQ(Process(512), noErr);
     EXPECT_EQ(Bounds(), (SliceBounds{{0, 100}, {100, 300}, {300, 400}, {400, 512}}));
     EXPECT_EQ(Unit().mSliceUserData, &mUserData);
@@ -61,7 +61,7 @@ TEST_F(SchedulingTest, RampAndImmediateEventsCutTheRenderIntoSlices)
     EXPECT_EQ(slices[1].param0.GetDurationInFrames(), 200u);
     EXPECT_EQ(slices[1].param0.GetSliceDurationFrames(), 200u);
     EXPECT_EQ(slices[1].param0.GetValue(), 1.0f);
-    EXPECT_EQ(slices[3].param0.GetSliceDurationFrames(), 200u);  // not applied again
+    EXPECT_EQ(slices[3].param0.GetSliceDurationFrames(), 200u); // not applied again
     // Parameter 1: the immediate event is applied by slicing only from 400 on.
     EXPECT_EQ(slices[2].param1.GetSliceDurationFrames(), 0u);
     EXPECT_EQ(slices[3].param1.GetValue(), 5.0f);
@@ -76,7 +76,7 @@ TEST_F(SchedulingTest, ImmediateEventsTakeEffectFromTheirOffsetInTimeOrder)
     ASSERT_EQ(Process(256), noErr);
     EXPECT_EQ(Bounds(), (SliceBounds{{0, 64}, {64, 128}, {128, 256}}));
     const auto& slices = Unit().mSlices;
-    EXPECT_EQ(slices[0].param0.GetValue(), 2.0f);  // both applied when scheduled
+    EXPECT_EQ(slices[0].param0.GetValue(), 2.0f); // both applied when scheduled
     EXPECT_EQ(slices[1].param0.GetValue(), 1.0f);
     EXPECT_EQ(slices[2].param0.GetValue(), 2.0f);
 }
@@ -88,7 +88,7 @@ TEST_F(SchedulingTest, EventsAtTheStartOrBeyondTheEndDoNotCutSlices)
     ASSERT_EQ(Process(256), noErr);
     ASSERT_EQ(Bounds(), (SliceBounds{{0, 256}}));
     EXPECT_EQ(Unit().mSlices[0].param0.GetDurationInFrames(), 256u);
-    EXPECT_EQ(Unit().mSlices[0].param1.GetValue(), 9.0f);  // never applied by slicing
+    EXPECT_EQ(Unit().mSlices[0].param1.GetValue(), 9.0f); // never applied by slicing
 
     Unit().mSlices.clear();
     Unit().PendingEvents().clear();
@@ -106,7 +106,7 @@ TEST_F(SchedulingTest, RampThatBeganEarlierEndsItsSliceAndIsRebased)
     ASSERT_EQ(Bounds(), (SliceBounds{{0, 50}, {50, 256}}));
     EXPECT_EQ(Unit().mSlices[0].param0.GetBufferOffset(), -50);
     EXPECT_EQ(Unit().mSlices[0].param0.GetSliceDurationFrames(), 50u);
-    EXPECT_EQ(Unit().mSlices[1].param0.GetSliceDurationFrames(), 50u);  // not re-applied
+    EXPECT_EQ(Unit().mSlices[1].param0.GetSliceDurationFrames(), 50u); // not re-applied
 }
 
 TEST_F(SchedulingTest, MissingElementsAreSkippedAndBadAddressesThrow)
@@ -134,14 +134,14 @@ TEST_F(SchedulingTest, NoFramesMeansNoSlicesAndAFailingSliceStopsTheRender)
 {
     Schedule({ImmediateEvent(0, 10, 1.0f), ImmediateEvent(0, 20, 2.0f)});
     EXPECT_EQ(Process(0), noErr);
-    EXPECT_EQ(Process(0x80000000u), noErr);  // negative as a signed count
+    EXPECT_EQ(Process(0x80000000u), noErr); // negative as a signed count
     EXPECT_TRUE(Unit().mSlices.empty());
 
     Unit().mFailingSlice = 2;
     Unit().mSliceResult = -1234;
     EXPECT_EQ(Process(32), -1234);
     EXPECT_EQ(Bounds(), (SliceBounds{{0, 10}, {10, 20}}));
-    EXPECT_EQ(Unit().Globals()->GetParameter(0), 1.0f);  // as the last slice left it
+    EXPECT_EQ(Unit().Globals()->GetParameter(0), 1.0f); // as the last slice left it
 }
 
 TEST_F(SchedulingTest, SchedulingQueuesEveryEventAndAppliesImmediateOnesAtOnce)
@@ -156,5 +156,5 @@ TEST_F(SchedulingTest, SchedulingQueuesEveryEventAndAppliesImmediateOnesAtOnce)
                                                 ImmediateEvent(0, 0, 2.0f, 3)};
     EXPECT_EQ(ThrownStatus([&] { Unit().ScheduleParameter(events.data(), 2); }),
               kAudioUnitErr_InvalidElement);
-    EXPECT_EQ(Unit().PendingEvents().size(), 3u);  // the first one stays queued
+    EXPECT_EQ(Unit().PendingEvents().size(), 3u); // the first one stays queued
 }

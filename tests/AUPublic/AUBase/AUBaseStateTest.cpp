@@ -126,10 +126,10 @@ protected:
         ASSERT_NE(sComponent, nullptr);
         ASSERT_EQ(AudioComponentInstanceNew(sComponent, &mInstance), noErr);
         mUnit = StateUnit::sLastOpened;
-        AudioUnitAddPropertyListener(mInstance, kAudioUnitProperty_PresentPreset,
-                                     ListenerLog::Hear, &mLog);
-        AudioUnitAddPropertyListener(mInstance, kAudioUnitProperty_ElementCount,
-                                     ListenerLog::Hear, &mLog);
+        AudioUnitAddPropertyListener(mInstance, kAudioUnitProperty_PresentPreset, ListenerLog::Hear,
+                                     &mLog);
+        AudioUnitAddPropertyListener(mInstance, kAudioUnitProperty_ElementCount, ListenerLog::Hear,
+                                     &mLog);
     }
 
     void TearDown() override { AudioComponentInstanceDispose(mInstance); }
@@ -146,8 +146,8 @@ protected:
 
     OSStatus Restore(CFPropertyListRef inState)
     {
-        return AudioUnitSetProperty(mInstance, kAudioUnitProperty_ClassInfo,
-                                    kAudioUnitScope_Global, 0, &inState, sizeof(inState));
+        return AudioUnitSetProperty(mInstance, kAudioUnitProperty_ClassInfo, kAudioUnitScope_Global,
+                                    0, &inState, sizeof(inState));
     }
 
     std::vector<float> Values()
@@ -165,7 +165,7 @@ protected:
     ListenerLog mLog;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(StateTest, SaveThenRestoreGivesBackValuesAndNamesTheUserPreset)
 {
@@ -215,26 +215,32 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
     const Bytes good = Record(0, 0, {{0, 4.0f}});
     const std::vector<std::pair<const char*, std::function<void(CFMutableDictionaryRef)>>> cases = {
         {"version 1", [](CFMutableDictionaryRef d) { Put(d, "version", Int(1)); }},
-        {"no version", [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("version")); }},
+        {"no version",
+         [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("version")); }},
         {"version as text", [](CFMutableDictionaryRef d) { Put(d, "version", Str("0")); }},
-        {"no subtype", [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("subtype")); }},
+        {"no subtype",
+         [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("subtype")); }},
         {"other subtype", [](CFMutableDictionaryRef d) { Put(d, "subtype", Int(1)); }},
         {"subtype as text", [](CFMutableDictionaryRef d) { Put(d, "subtype", Str("tStt")); }},
         {"other manufacturer", [](CFMutableDictionaryRef d) { Put(d, "manufacturer", Int(2)); }},
-        {"manufacturer as data", [](CFMutableDictionaryRef d) { Put(d, "manufacturer", Data({1})); }},
+        {"manufacturer as data",
+         [](CFMutableDictionaryRef d) { Put(d, "manufacturer", Data({1})); }},
         {"part", [](CFMutableDictionaryRef d) { Put(d, "part", Int(0)); }},
         {"data as text", [](CFMutableDictionaryRef d) { Put(d, "data", Str("x")); }},
         {"name as number", [](CFMutableDictionaryRef d) { Put(d, "name", Int(3)); }},
-        {"render quality as text", [](CFMutableDictionaryRef d) { Put(d, "render-quality", Str("hi")); }},
+        {"render quality as text",
+         [](CFMutableDictionaryRef d) { Put(d, "render-quality", Str("hi")); }},
         {"cpu load as text", [](CFMutableDictionaryRef d) { Put(d, "cpu-load", Str("lo")); }},
-        {"element names as text", [](CFMutableDictionaryRef d) { Put(d, "element-name", Str("a")); }},
+        {"element names as text",
+         [](CFMutableDictionaryRef d) { Put(d, "element-name", Str("a")); }},
         {"element names of text",
          [](CFMutableDictionaryRef d) {
              CFMutableDictionaryRef names = NewDict();
              Put(names, "2", Str("b"));
              Put(d, "element-name", names);
          }},
-        {"header cut short", [&](CFMutableDictionaryRef d) { Put(d, "data", Data(good + Bytes(11, 0))); }},
+        {"header cut short",
+         [&](CFMutableDictionaryRef d) { Put(d, "data", Data(good + Bytes(11, 0))); }},
         {"entries cut short",
          [&](CFMutableDictionaryRef d) {
              Bytes cut = Record(0, 0, {{1, 5.0f}, {2, 6.0f}});
@@ -269,9 +275,10 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
 TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementOrAnError)
 {
     CFMutableDictionaryRef state = BaseState();
-    Put(state, "type", Int(0x61756D75));  // another type is not compared
-    Put(state, "data", Data(Record(0, 0, {}) + Record(0, 0, {{1, 7.0f}}) +
-                            Record(2, 3, {{0, 8.0f}}) + Record(0, 0, {{2, 9.0f}})));
+    Put(state, "type", Int(0x61756D75)); // another type is not compared
+    Put(state, "data",
+        Data(Record(0, 0, {}) + Record(0, 0, {{1, 7.0f}}) + Record(2, 3, {{0, 8.0f}}) +
+             Record(0, 0, {{2, 9.0f}})));
     EXPECT_EQ(Restore(state), noErr);
     EXPECT_EQ(Values(), (std::vector<float>{10.0f, 7.0f, 30.0f}));
     EXPECT_EQ(ToStdString(mUnit->CurrentPreset().presetName), "Untitled");

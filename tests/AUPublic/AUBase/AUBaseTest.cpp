@@ -29,7 +29,7 @@ std::string ToStdString(CFStringRef inString)
     return text;
 }
 
-}  // namespace
+} // namespace
 
 TEST(AUBaseLifecycleTest, NewUnitHasItsDefaultsAndBusesAfterPostConstructor)
 {
@@ -42,7 +42,7 @@ TEST(AUBaseLifecycleTest, NewUnitHasItsDefaultsAndBusesAfterPostConstructor)
     EXPECT_EQ(ToStdString(unit.CurrentPreset().presetName), "Untitled");
 
     unit.PostConstructor();
-    unit.PostConstructor();  // elements are created once
+    unit.PostConstructor(); // elements are created once
     EXPECT_EQ(unit.Inputs().GetNumberOfElements(), 1u);
     EXPECT_EQ(unit.Outputs().GetNumberOfElements(), 1u);
     EXPECT_EQ(unit.Groups().GetNumberOfElements(), 0u);
@@ -70,7 +70,7 @@ TEST(AUBaseLifecycleTest, InitializeAndCleanupRunTheirHooksOncePerTransition)
     unit.mInitializeResult = noErr;
     EXPECT_EQ(unit.DoInitialize(), noErr);
     EXPECT_EQ(unit.DoInitialize(), noErr);
-    EXPECT_EQ(unit.mInitializeCalls, 2);  // the failed try and one success
+    EXPECT_EQ(unit.mInitializeCalls, 2); // the failed try and one success
     EXPECT_TRUE(unit.IsInitialized());
     EXPECT_TRUE(unit.HasBegunInitializing());
 
@@ -97,7 +97,7 @@ TEST(AUBaseLifecycleTest, BuffersAreSizedAtInitializationToTheMaximumSlice)
 
     unit.SetMaxFramesPerSlice(512);
     EXPECT_EQ(log.mCalls.size(), 1u);
-    EXPECT_EQ(output.GetAllocatedBytes(), 0u);  // nothing before initialization
+    EXPECT_EQ(output.GetAllocatedBytes(), 0u); // nothing before initialization
     EXPECT_FALSE(unit.BuffersAllocated());
 
     ASSERT_EQ(unit.DoInitialize(), noErr);
@@ -124,7 +124,7 @@ TEST(AUBaseLifecycleTest, BuffersAreSizedAtInitializationToTheMaximumSlice)
     EXPECT_EQ(output.GetAllocatedFrames(), 512u);
     ASSERT_EQ(unit.DoInitialize(), noErr);
     EXPECT_EQ(output.GetAllocatedFrames(), 256u);
-    EXPECT_EQ(output.GetAllocatedBytes(), 2u * 2048u);  // memory never shrinks
+    EXPECT_EQ(output.GetAllocatedBytes(), 2u * 2048u); // memory never shrinks
 
     // While initialized a new maximum (set directly, as a unit may) resizes
     // every bus at once.
@@ -204,9 +204,9 @@ TEST(AUBaseFormatTest, StreamFormatsAddressBusesAndChangesNotifyAsAddressed)
     EXPECT_TRUE(unit.GetStreamFormat(kAudioUnitScope_Output, 0).IsEqual(mono, false));
     EXPECT_TRUE(unit.GetStreamFormat(kAudioUnitScope_Input, 0).mChannelsPerFrame == 2);
     ASSERT_EQ(log.mCalls.size(), 1u);
-    EXPECT_EQ(log.mCalls[0], std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_StreamFormat},
-                                             AudioUnitScope{kAudioUnitScope_Global},
-                                             AudioUnitElement{5}));
+    EXPECT_EQ(log.mCalls[0],
+              std::make_tuple(AudioUnitPropertyID{kAudioUnitProperty_StreamFormat},
+                              AudioUnitScope{kAudioUnitScope_Global}, AudioUnitElement{5}));
 }
 
 TEST(AUBaseFormatTest, ChannelLayoutsAreRefusedByBusesWithoutLayoutTags)
@@ -223,7 +223,7 @@ TEST(AUBaseFormatTest, ChannelLayoutsAreRefusedByBusesWithoutLayoutTags)
     EXPECT_EQ(unit.DispatchSetProperty(kAudioUnitProperty_AudioChannelLayout,
                                        kAudioUnitScope_Output, 0, &layout, 11),
               kAudioUnitErr_InvalidPropertyValue);
-    layout.mNumberChannelDescriptions = 1;  // announces 20 more bytes than given
+    layout.mNumberChannelDescriptions = 1; // announces 20 more bytes than given
     EXPECT_EQ(unit.DispatchSetProperty(kAudioUnitProperty_AudioChannelLayout,
                                        kAudioUnitScope_Output, 0, &layout, 12),
               kAudioUnitErr_InvalidPropertyValue);

@@ -75,9 +75,8 @@ public:
     {
         mSliceUserData = inUserData;
         mSliceTotal = inTotal;
-        mSlices.push_back(
-            Slice{inStart, inFrames, Globals()->GetParameterEvent(0),
-                  Globals()->GetParameterEvent(1)});
+        mSlices.push_back(Slice{inStart, inFrames, Globals()->GetParameterEvent(0),
+                                Globals()->GetParameterEvent(1)});
         return mSlices.size() == mFailingSlice ? mSliceResult : noErr;
     }
 
@@ -108,8 +107,7 @@ public:
 
 // Constructs a unit and runs its second construction phase, as the entry
 // layer does when a host opens an instance.
-template <class Unit = AUBaseTestUnit, class... Args>
-std::unique_ptr<Unit> OpenUnit(Args... inArgs)
+template <class Unit = AUBaseTestUnit, class... Args> std::unique_ptr<Unit> OpenUnit(Args... inArgs)
 {
     std::unique_ptr<Unit> unit(new Unit(inArgs...));
     unit->PostConstructor();
@@ -138,8 +136,7 @@ struct ListenerLog
 };
 
 // The status a call throws, or noErr.
-template <class F>
-OSStatus ThrownStatus(F&& inCall)
+template <class F> OSStatus ThrownStatus(F&& inCall)
 {
     try {
         inCall();

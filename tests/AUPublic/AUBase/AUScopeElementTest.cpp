@@ -71,7 +71,7 @@ std::string NameOf(AUScope& inScope, UInt32 inIndex)
     return name == nullptr ? std::string("<none>") : ToStdString(name);
 }
 
-}  // namespace
+} // namespace
 
 TEST(AUElementTest, IndexedStorageListsIdsAndRefusesIdsPastTheArray)
 {
@@ -87,8 +87,7 @@ TEST(AUElementTest, IndexedStorageListsIdsAndRefusesIdsPastTheArray)
         EXPECT_EQ(ids[i], i);
     }
     EXPECT_EQ(ThrownStatus([&] { element.GetParameter(7); }), kAudioUnitErr_InvalidParameter);
-    EXPECT_EQ(ThrownStatus([&] { element.SetParameter(7, 1.0f); }),
-              kAudioUnitErr_InvalidParameter);
+    EXPECT_EQ(ThrownStatus([&] { element.SetParameter(7, 1.0f); }), kAudioUnitErr_InvalidParameter);
 
     // Resizing keeps the records below the new size and drops the rest.
     element.UseIndexedParameters(9);
@@ -112,10 +111,10 @@ TEST(AUElementTest, SparseStorageGrowsOnlyWhileTheUnitIsUninitialized)
     EXPECT_EQ(ThrownStatus([&] { element.GetParameter(3); }), kAudioUnitErr_InvalidParameter);
 
     ASSERT_EQ(unit.DoInitialize(), noErr);
-    element.SetParameter(3, 3.0f);  // silently ignored
+    element.SetParameter(3, 3.0f); // silently ignored
     EXPECT_EQ(element.GetNumberOfParameters(), 3u);
     EXPECT_EQ(ThrownStatus([&] { element.GetParameter(3); }), kAudioUnitErr_InvalidParameter);
-    element.SetParameter(5, 50.0f);  // existing records still change
+    element.SetParameter(5, 50.0f); // existing records still change
     EXPECT_EQ(element.GetParameter(5), 50.0f);
     element.SetParameter(4, 4.0f, true);
     EXPECT_EQ(element.GetParameter(4), 4.0f);
@@ -130,12 +129,12 @@ TEST(AUElementTest, ScheduledEventsFillTheRecordAndPlainValuesKeepItsFrames)
     globals->SetScheduledEvent(0, RampEvent(0, 100, 200, 1.0f, 2.0f), 300, 64);
     ParameterMapEvent ramp = globals->GetParameterEvent(0);
     EXPECT_EQ(ramp.GetEventType(), static_cast<UInt32>(kParameterEvent_Ramped));
-    EXPECT_EQ(ramp.GetBufferOffset(), -200);  // began two slices earlier
+    EXPECT_EQ(ramp.GetBufferOffset(), -200); // began two slices earlier
     EXPECT_EQ(ramp.GetDurationInFrames(), 200u);
     EXPECT_EQ(ramp.GetStartValue(), 1.0f);
     EXPECT_EQ(ramp.GetEndValue(), 2.0f);
     EXPECT_EQ(ramp.GetSliceDurationFrames(), 64u);
-    EXPECT_EQ(globals->GetParameter(0), 1.0f);  // no interpolation
+    EXPECT_EQ(globals->GetParameter(0), 1.0f); // no interpolation
 
     globals->SetParameter(0, 7.0f);
     ramp = globals->GetParameterEvent(0);
@@ -149,8 +148,9 @@ TEST(AUElementTest, ScheduledEventsFillTheRecordAndPlainValuesKeepItsFrames)
     EXPECT_EQ(immediate.GetBufferOffset(), 0);
     EXPECT_EQ(immediate.GetDurationInFrames(), 96u);
     EXPECT_EQ(immediate.GetEndValue(), 3.0f);
-    EXPECT_EQ(ThrownStatus([&] { globals->SetScheduledEvent(3, ImmediateEvent(3, 0, 1.0f), 0, 1); }),
-              kAudioUnitErr_InvalidParameter);
+    EXPECT_EQ(
+        ThrownStatus([&] { globals->SetScheduledEvent(3, ImmediateEvent(3, 0, 1.0f), 0, 1); }),
+        kAudioUnitErr_InvalidParameter);
 }
 
 TEST(AUScopeTest, GrowsThroughTheUnitAndShrinksFromTheEnd)
@@ -188,16 +188,14 @@ TEST(AUScopeTest, ParameterListComesFromTheElementWithMostParameters)
     UInt32 count = 0;
     EXPECT_EQ(unit.GetParameterList(kAudioUnitScope_Group, ids, count), noErr);
     EXPECT_EQ(count, 2u);
-    EXPECT_EQ(ids[0], 4u);  // tie: the lowest element index wins
+    EXPECT_EQ(ids[0], 4u); // tie: the lowest element index wins
     EXPECT_EQ(ids[1], 8u);
 
     ids[0] = 77;
     EXPECT_EQ(unit.GetParameterList(kAudioUnitScope_Input, ids, count), noErr);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(ids[0], 77u);
-    EXPECT_EQ(ThrownStatus([&] {
-                  unit.GetParameterList(kAudioUnitScope_Part, ids, count);
-              }),
+    EXPECT_EQ(ThrownStatus([&] { unit.GetParameterList(kAudioUnitScope_Part, ids, count); }),
               kAudioUnitErr_InvalidScope);
 }
 
@@ -227,7 +225,7 @@ TEST(AUScopeTest, ElementNamesRoundTripThroughTheNameDictionary)
     EXPECT_TRUE(otherOutputs.RestoreElementNames(inner));
     EXPECT_EQ(otherOutputs.GetNumberOfElements(), 3u);
     EXPECT_EQ(NameOf(otherOutputs, 2), "Side chain");
-    EXPECT_FALSE(otherOutputs.RestoreElementNames(inner));  // nothing more to add
+    EXPECT_FALSE(otherOutputs.RestoreElementNames(inner)); // nothing more to add
 
     CFRelease(scopeKey);
     CFRelease(name);
