@@ -28,9 +28,11 @@ for run in "${runs[@]}"; do
   title=${fields[1]}
   args=("${fields[@]:2}")
   "$vandrel" --quiet "${args[@]}" -o "out/$name.wav"
-  # Both channels mixed to one picture: time across, frequency up.
-  sox "out/$name.wav" -n remix - spectrogram -x 640 -y 257 -z 80 -t "$title" -c "vandrel ${args[*]}" \
-    -o "out/$name.png"
+  # Both channels mixed to one picture of 0 to 8 kHz, where the sweeps are,
+  # levels from -75 to -30 dBFS so the notches in the noise show:
+  # time across, frequency up, level in colour.
+  sox -V1 "out/$name.wav" -n remix - rate 16k spectrogram -x 640 -y 257 -Z -30 -z 45 -t "$title" \
+    -c "vandrel ${args[*]}" -o "out/$name.png"
   echo "out/$name.wav  out/$name.png  ($title)"
 done
 

@@ -31,6 +31,7 @@ void onInterrupt(int) { gInterrupted = 1; }
 void catchInterrupts() {
   struct sigaction action {};
   action.sa_handler = onInterrupt;
+  action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
@@ -71,6 +72,9 @@ int Application::run(int argc, const char* const* argv) {
   } catch (const std::bad_alloc&) {
     std::fprintf(mErr, "vandrel: out of memory.\n");
     return static_cast<int>(ExitStatus::kProcessingFailed);
+  } catch (const std::exception& error) {
+    std::fprintf(mErr, "vandrel: unexpected failure: %s\n", error.what());
+    return static_cast<int>(ExitStatus::kProcessingFailed);
   }
 }
 
@@ -79,6 +83,7 @@ void Application::warn(const std::string& message) {
 }
 
 void Application::execute(const Options& options) {
+  catchInterrupts();
   // Cheap checks on the files first, so that a typo costs no plug-in load.
   std::unique_ptr<AudioSource> source;
   if (!options.outputPath.empty()) {
@@ -191,7 +196,6 @@ void Application::render(PluginHost& host, AudioSource& source, const Options& o
   std::unique_ptr<ProgressBar> progress;
   if (!mQuiet && isatty(fileno(mErr)))
     progress = std::make_unique<ProgressBar>(mErr, source.totalFrames() + tailFrames, rate);
-  catchInterrupts();
   Renderer renderer(host, source, writer, automation, options.blockSize, tailFrames);
   renderer.run(progress.get(), &gInterrupted);
   progress.reset();

@@ -2,11 +2,17 @@
 
 #include "ToolError.h"
 
+#include <cerrno>
+#include <cstring>
 #include <sndfile.h>
 
 AudioFileReader::AudioFileReader(const std::string& path) : mPath(path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr)
+    throw ToolError(ExitStatus::kInputUnreadable, "Cannot read '" + path + "': " + std::strerror(errno) + ".");
+  mStream = std::make_unique<SoundFileStream>(file);
   SF_INFO info{};
-  mFile = sf_open(path.c_str(), SFM_READ, &info);
+  mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_READ, &info, mStream.get());
   if (mFile == nullptr)
     throw ToolError(ExitStatus::kInputUnreadable,
                     "Cannot read '" + path + "': " + sf_strerror(nullptr) + ".");

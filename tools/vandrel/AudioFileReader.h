@@ -2,11 +2,11 @@
 #pragma once
 
 #include "AudioSource.h"
+#include "SoundFileStream.h"
 
+#include <memory>
 #include <string>
 #include <vector>
-
-struct sf_private_tag;
 
 class AudioFileReader : public AudioSource {
  public:
@@ -24,7 +24,8 @@ class AudioFileReader : public AudioSource {
 
  private:
   std::string mPath;
-  sf_private_tag* mFile = nullptr;
+  std::unique_ptr<SoundFileStream> mStream;
+  SNDFILE* mFile = nullptr;
   unsigned mChannels = 0;
   double mSampleRate = 0.0;
   int64_t mFrames = 0;

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
 #include <sndfile.h>
 
 namespace {
@@ -75,7 +78,14 @@ AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, dou
                         std::to_string(channels) + " channels at " +
                         std::to_string(static_cast<int>(sampleRate)) +
                         " Hz. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
-  mFile = sf_open_fd(mTemporary.descriptor(), SFM_WRITE, &info, SF_FALSE);
+  const int descriptor = dup(mTemporary.descriptor());
+  std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w+b");
+  if (file == nullptr) {
+    if (descriptor >= 0) close(descriptor);
+    throw ToolError(ExitStatus::kOutputUnwritable, "Cannot write '" + path + "': " + std::strerror(errno) + ".");
+  }
+  mStream = std::make_unique<SoundFileStream>(file);
+  mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_WRITE, &info, mStream.get());
   if (mFile == nullptr)
     throw ToolError(ExitStatus::kOutputUnwritable,
                     "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
@@ -98,11 +108,13 @@ void AudioFileWriter::write(const float* const* in, unsigned frames) {
 }
 
 void AudioFileWriter::commit() {
-  sf_private_tag* file = mFile;
+  SNDFILE* file = mFile;
   mFile = nullptr;
   const int error = sf_close(file);
   if (error != SF_ERR_NO_ERROR)
     throw ToolError(ExitStatus::kOutputUnwritable,
                     "Finishing '" + mPath + "' failed: " + sf_error_number(error) + ".");
+  if (!mStream->close())
+    throw ToolError(ExitStatus::kOutputUnwritable, "Writing '" + mPath + "' failed: " + std::strerror(errno) + ".");
   mTemporary.commit();
 }

@@ -3,12 +3,12 @@
 // temporary file that replaces the destination only on commit().
 #pragma once
 
+#include "SoundFileStream.h"
 #include "TemporaryFile.h"
 
+#include <memory>
 #include <string>
 #include <vector>
-
-struct sf_private_tag;
 
 class AudioFileWriter {
  public:
@@ -37,6 +37,7 @@ class AudioFileWriter {
   std::string mPath;
   unsigned mChannels;
   TemporaryFile mTemporary;
-  sf_private_tag* mFile = nullptr;
+  std::unique_ptr<SoundFileStream> mStream;
+  SNDFILE* mFile = nullptr;
   std::vector<float> mInterleaved;
 };

@@ -74,7 +74,7 @@ void addChords(std::vector<double>* channels, size_t frames) {
 void addWash(std::vector<double>* channels, size_t frames) {
   NoiseGenerator noise;
   for (size_t i = 0; i < frames; ++i)
-    for (unsigned c = 0; c < DemoSignal::kChannels; ++c) channels[c][i] += 0.04 * noise.next();
+    for (unsigned c = 0; c < DemoSignal::kChannels; ++c) channels[c][i] += 0.1 * noise.next();
 }
 
 void addDrums(std::vector<double>* channels, size_t frames) {

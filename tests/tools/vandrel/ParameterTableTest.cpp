@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <string>
+
 namespace {
 
 ParameterTable table() {
@@ -46,7 +49,8 @@ TEST(ParameterTableTest, ValuesAreNumbersOrValueNames) {
 }
 
 TEST(ParameterTableTest, ValuesOutsideTheRangeAreWarnedAboutNotRefused) {
-  const ParameterDescription& rate = table().find("modulation rate");
+  const ParameterTable parameters = table();
+  const ParameterDescription& rate = parameters.find("modulation rate");
   EXPECT_EQ(ParameterTable::rangeWarning(rate, 20.0f), "");
   EXPECT_EQ(ParameterTable::rangeWarning(rate, rate.minValue), "");
   const std::string warning = ParameterTable::rangeWarning(rate, 50.0f);

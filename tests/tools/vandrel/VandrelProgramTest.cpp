@@ -299,6 +299,14 @@ TEST_F(VandrelProgramTest, ListsComeFromThePlugIn) {
   EXPECT_NE(result.out.find("  0  Default\n"), std::string::npos) << result.out;
   EXPECT_NE(result.out.find(" 14  Warble 2\n"), std::string::npos) << result.out;
 
+  // The same plug-in named by its bundle, or by the folder holding it.
+  const std::string bundle = VANDREL_BUNDLE_DIR;
+  for (const std::string& plugin : {bundle, bundle.substr(0, bundle.rfind('/'))}) {
+    result = run({"--plugin", plugin, "-P"});
+    EXPECT_EQ(result.status, 0) << plugin << ": " << result.err;
+    EXPECT_NE(result.out.find(" 14  Warble 2\n"), std::string::npos) << result.out;
+  }
+
   result = run({"-L", "-p", "Phaser 3"});
   ASSERT_EQ(result.status, 0) << result.err;
   for (const char* line : {"Dry out", "dB", "-80 to 12", "Modulation rate", "0.001 to 20", "Center frequency"})
