@@ -17,7 +17,7 @@ static_assert(Vandrel::kMaxChannels == CVandrelEngine::kMaxChannels,
 
 namespace {
 
-constexpr UInt32 kVandrelVersion = 0x00010000;  // 1.0.0
+constexpr UInt32 kVandrelVersion = 0x00010000; // 1.0.0
 
 // Process settings made when the bundle is loaded.
 constexpr rlim_t kOpenFilesSoftLimit = 7168;
@@ -29,7 +29,8 @@ constexpr UInt32 kParamInfoFlags =
     kAudioUnitParameterFlag_IsReadable | kAudioUnitParameterFlag_IsWritable;
 
 // Name, unit, range and default of each parameter, by parameter ID.
-struct ParameterSpec {
+struct ParameterSpec
+{
     AudioUnitParameterUnit unit;
     AudioUnitParameterValue minValue;
     AudioUnitParameterValue maxValue;
@@ -48,7 +49,7 @@ constexpr ParameterSpec kParameterSpecs[kNumParams] = {
 
 // The order in which construction writes the defaults.
 constexpr AudioUnitParameterID kDefaultsOrder[kNumParams] = {
-    kParam_DryOut,         kParam_WetOut,    kParam_Effect,    kParam_ModulationRate,
+    kParam_DryOut,          kParam_WetOut,    kParam_Effect,    kParam_ModulationRate,
     kParam_ModulationDepth, kParam_Resonance, kParam_CenterFreq};
 
 // Parameter names: the English names until the bundle's "Localizable" table
@@ -63,13 +64,13 @@ CFStringRef kParamName_Resonance = CFSTR("Resonance");
 
 // The name variables in the order the localization walks them.
 CFStringRef* const gTableLocalizeStr[kNumParams] = {
-    &kParamName_DryOut,          &kParamName_WetOut,    &kParamName_Effect,
-    &kParamName_ModulationRate,  &kParamName_ModulationDepth, &kParamName_Resonance,
+    &kParamName_DryOut,         &kParamName_WetOut,          &kParamName_Effect,
+    &kParamName_ModulationRate, &kParamName_ModulationDepth, &kParamName_Resonance,
     &kParamName_CenterFreq};
 
 // The name variable of each parameter, by parameter ID.
 CFStringRef* const gParamNameByID[kNumParams] = {
-    &kParamName_DryOut,         &kParamName_WetOut,   &kParamName_Effect,
+    &kParamName_DryOut,         &kParamName_WetOut,          &kParamName_Effect,
     &kParamName_ModulationRate, &kParamName_ModulationDepth, &kParamName_CenterFreq,
     &kParamName_Resonance};
 
@@ -79,21 +80,21 @@ AUPreset kPresets[kNumPresets];
 
 // Each preset's seven values, by parameter ID.
 constexpr AudioUnitParameterValue kPresetValues[kNumPresets][kNumParams] = {
-    {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f},      // Default
-    {-5.0f, -6.0f, 0.0f, 1.0f, 85.0f, 100.0f, 1.0f},       // Flange - 1 Hz
-    {-6.0f, -6.0f, 0.0f, 5.0f, 50.0f, 100.0f, 1.0f},       // Flange - fast
-    {-3.0f, -2.0f, 0.0f, 0.1f, 100.0f, 100.0f, 1.0f},      // Flange - slow 1
-    {-2.5f, -2.5f, 0.0f, 0.5f, 85.0f, 100.0f, 1.0f},       // Flange - slow 2
-    {-80.0f, 0.0f, 1.0f, 0.5f, 50.0f, 1000.0f, 50.0f},     // Phaser 1
-    {-80.0f, 0.0f, 1.0f, 4.5f, 50.0f, 1000.0f, 50.0f},     // Phaser 2
-    {-80.0f, 0.0f, 1.0f, 10.0f, 50.0f, 2000.0f, 40.0f},    // Phaser 3
-    {-80.0f, 0.0f, 2.0f, 1.0f, 50.0f, 1000.0f, 50.0f},     // Wah-Wah 1
-    {-80.0f, 0.0f, 2.0f, 2.0f, 50.0f, 1000.0f, 80.0f},     // Wah-Wah 2
-    {-15.0f, 0.0f, 2.0f, 0.2f, 50.0f, 500.0f, 100.0f},     // Wah-Wah 3
-    {-80.0f, 0.0f, 2.0f, 0.5f, 70.0f, 3000.0f, 50.0f},     // Wah-Wah 4
-    {-80.0f, 0.0f, 2.0f, 10.0f, 50.0f, 2000.0f, 50.0f},    // Wah-Wah 5
-    {-5.0f, -5.0f, 0.0f, 20.0f, 85.0f, 100.0f, 1.0f},      // Warble 1
-    {-5.0f, -5.0f, 0.0f, 20.0f, 20.0f, 100.0f, 1.0f},      // Warble 2
+    {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f},   // Default
+    {-5.0f, -6.0f, 0.0f, 1.0f, 85.0f, 100.0f, 1.0f},    // Flange - 1 Hz
+    {-6.0f, -6.0f, 0.0f, 5.0f, 50.0f, 100.0f, 1.0f},    // Flange - fast
+    {-3.0f, -2.0f, 0.0f, 0.1f, 100.0f, 100.0f, 1.0f},   // Flange - slow 1
+    {-2.5f, -2.5f, 0.0f, 0.5f, 85.0f, 100.0f, 1.0f},    // Flange - slow 2
+    {-80.0f, 0.0f, 1.0f, 0.5f, 50.0f, 1000.0f, 50.0f},  // Phaser 1
+    {-80.0f, 0.0f, 1.0f, 4.5f, 50.0f, 1000.0f, 50.0f},  // Phaser 2
+    {-80.0f, 0.0f, 1.0f, 10.0f, 50.0f, 2000.0f, 40.0f}, // Phaser 3
+    {-80.0f, 0.0f, 2.0f, 1.0f, 50.0f, 1000.0f, 50.0f},  // Wah-Wah 1
+    {-80.0f, 0.0f, 2.0f, 2.0f, 50.0f, 1000.0f, 80.0f},  // Wah-Wah 2
+    {-15.0f, 0.0f, 2.0f, 0.2f, 50.0f, 500.0f, 100.0f},  // Wah-Wah 3
+    {-80.0f, 0.0f, 2.0f, 0.5f, 70.0f, 3000.0f, 50.0f},  // Wah-Wah 4
+    {-80.0f, 0.0f, 2.0f, 10.0f, 50.0f, 2000.0f, 50.0f}, // Wah-Wah 5
+    {-5.0f, -5.0f, 0.0f, 20.0f, 85.0f, 100.0f, 1.0f},   // Warble 1
+    {-5.0f, -5.0f, 0.0f, 20.0f, 20.0f, 100.0f, 1.0f},   // Warble 2
 };
 
 // Set once the names have been localized; only touched during construction,
@@ -103,7 +104,8 @@ bool sLocalized = false;
 // What loading the bundle does, before any instance exists: raise the soft
 // open-file limit (the hard limit stays; failure is ignored), select the UTF-8
 // character type, and fill the preset table.
-struct LoadTimeSetup {
+struct LoadTimeSetup
+{
     LoadTimeSetup()
     {
         rlimit limits;
@@ -114,11 +116,11 @@ struct LoadTimeSetup {
         (void)setlocale(LC_CTYPE, "UTF-8");
 
         const CFStringRef names[kNumPresets] = {
-            CFSTR("Default"),   CFSTR("Flange - 1 Hz"), CFSTR("Flange - fast"),
+            CFSTR("Default"),         CFSTR("Flange - 1 Hz"),   CFSTR("Flange - fast"),
             CFSTR("Flange - slow 1"), CFSTR("Flange - slow 2"), CFSTR("Phaser 1"),
-            CFSTR("Phaser 2"),  CFSTR("Phaser 3"),      CFSTR("Wah-Wah 1"),
-            CFSTR("Wah-Wah 2"), CFSTR("Wah-Wah 3"),     CFSTR("Wah-Wah 4"),
-            CFSTR("Wah-Wah 5"), CFSTR("Warble 1"),      CFSTR("Warble 2")};
+            CFSTR("Phaser 2"),        CFSTR("Phaser 3"),        CFSTR("Wah-Wah 1"),
+            CFSTR("Wah-Wah 2"),       CFSTR("Wah-Wah 3"),       CFSTR("Wah-Wah 4"),
+            CFSTR("Wah-Wah 5"),       CFSTR("Warble 1"),        CFSTR("Warble 2")};
         for (int i = 0; i < kNumPresets; ++i) {
             kPresets[i].presetNumber = i;
             kPresets[i].presetName = names[i];
@@ -158,7 +160,8 @@ std::int64_t Scaled(AudioUnitParameterValue inValue, double inScale)
 
 // Restores the buffer records of a render's lists when the sliced path
 // returns (or throws): the slices advanced them through the frames.
-class BufferListRestorer {
+class BufferListRestorer
+{
 public:
     BufferListRestorer(AudioBufferList& ioList, UInt32 inByteSize)
         : mList(ioList), mByteSize(inByteSize)
@@ -185,22 +188,13 @@ private:
     void* mData[Vandrel::kMaxChannels] = {};
 };
 
-}  // namespace
+} // namespace
 
 Vandrel::Vandrel(AudioComponentInstance inComponentInstance)
-    : AUEffectBase(inComponentInstance, true),
-      mOutputElement(nullptr),
-      mInputElement(nullptr),
-      mOutBytesPerFrame(0),
-      mOutChannels(0),
-      mSampleRateHz(0),
-      mNeedsBegin(true),
-      mLatencySeconds(0.0),
-      mEngineProps(),
-      mCycleEvents(nullptr),
-      mCycleEventCount(0),
-      mTouchedParams(0),
-      mValuesBeforeEvents()
+    : AUEffectBase(inComponentInstance, true), mOutputElement(nullptr), mInputElement(nullptr),
+      mOutBytesPerFrame(0), mOutChannels(0), mSampleRateHz(0), mNeedsBegin(true),
+      mLatencySeconds(0.0), mEngineProps(), mCycleEvents(nullptr), mCycleEventCount(0),
+      mTouchedParams(0), mValuesBeforeEvents()
 {
     CreateElements();
     AUElement* globals = Globals();
@@ -280,9 +274,8 @@ OSStatus Vandrel::GetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
         if (viewBundle == nullptr) {
             return fnfErr;
         }
-        CFStringRef className = CFStringCreateWithCString(kCFAllocatorDefault,
-                                                          "VandrelCocoaViewFactory",
-                                                          kCFStringEncodingUTF8);
+        CFStringRef className = CFStringCreateWithCString(
+            kCFAllocatorDefault, "VandrelCocoaViewFactory", kCFStringEncodingUTF8);
         auto* info = static_cast<AudioUnitCocoaViewInfo*>(outData);
         info->mCocoaAUViewBundleLocation = viewBundle;
         info->mCocoaAUViewClass[0] = className;
@@ -388,8 +381,7 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
 }
 
 OSStatus Vandrel::ProcessScheduledSlice(void* inUserData, UInt32 inStartFrameInBuffer,
-                                        UInt32 inSliceFramesToProcess,
-                                        UInt32 inTotalBufferFrames)
+                                        UInt32 inSliceFramesToProcess, UInt32 inTotalBufferFrames)
 {
     const auto& record = *static_cast<const SliceProcessRecord*>(inUserData);
     AudioBufferList& inputList = *record.mInputBufferList;
@@ -619,24 +611,25 @@ void Vandrel::MapParameters(const AudioUnitParameterValue (&inValues)[kNumParams
     ioProps.lDryOut = Scaled(inValues[kParam_DryOut], 10.0);
     ioProps.lWetOut = Scaled(inValues[kParam_WetOut], 10.0);
     const AudioUnitParameterValue effect = inValues[kParam_Effect];
-    ioProps.lEffect = effect < 1.0f ? kEffect_Flange : (effect < 2.0f ? kEffect_Phaser : kEffect_WahWah);
+    ioProps.lEffect =
+        effect < 1.0f ? kEffect_Flange : (effect < 2.0f ? kEffect_Phaser : kEffect_WahWah);
     ioProps.lModRate = Scaled(inValues[kParam_ModulationRate], 1000.0);
     ioProps.lModDepth = static_cast<std::int64_t>(inValues[kParam_ModulationDepth]);
     ioProps.lCenterFreq = static_cast<std::int64_t>(inValues[kParam_CenterFreq]);
     ioProps.lResonance = static_cast<std::int64_t>(inValues[kParam_Resonance]);
 
-    struct Field {
+    struct Field
+    {
         std::int64_t _transform_props::*member;
         std::uint32_t changeBit;
     };
-    static constexpr Field kFields[] = {
-        {&_transform_props::lDryOut, kPropsChanged_Levels},
-        {&_transform_props::lWetOut, kPropsChanged_Levels},
-        {&_transform_props::lEffect, kPropsChanged_Effect},
-        {&_transform_props::lModRate, kPropsChanged_Effect},
-        {&_transform_props::lModDepth, kPropsChanged_Effect},
-        {&_transform_props::lCenterFreq, kPropsChanged_Effect},
-        {&_transform_props::lResonance, kPropsChanged_Effect}};
+    static constexpr Field kFields[] = {{&_transform_props::lDryOut, kPropsChanged_Levels},
+                                        {&_transform_props::lWetOut, kPropsChanged_Levels},
+                                        {&_transform_props::lEffect, kPropsChanged_Effect},
+                                        {&_transform_props::lModRate, kPropsChanged_Effect},
+                                        {&_transform_props::lModDepth, kPropsChanged_Effect},
+                                        {&_transform_props::lCenterFreq, kPropsChanged_Effect},
+                                        {&_transform_props::lResonance, kPropsChanged_Effect}};
     for (const Field& field : kFields) {
         if (prvEngineProps.*field.member != ioProps.*field.member) {
             prvEngineProps.*field.member = ioProps.*field.member;

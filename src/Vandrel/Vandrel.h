@@ -42,14 +42,15 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 // Parameter identifiers, all in the global scope, element 0.
-enum : AudioUnitParameterID {
-    kParam_DryOut = 0,           // dB, -80 (silence) .. 12, default -80
-    kParam_WetOut = 1,           // dB, -80 .. 12, default 0
-    kParam_Effect = 2,           // indexed: 0 flanger, 1 phaser, 2 wah-wah (kEffect_*)
-    kParam_ModulationRate = 3,   // Hz, 0.001 .. 20, default 10
-    kParam_ModulationDepth = 4,  // percent, 1 .. 100, default 10
-    kParam_CenterFreq = 5,       // Hz, 100 .. 5000, default 100
-    kParam_Resonance = 6,        // percent, 1 .. 100, default 1
+enum : AudioUnitParameterID
+{
+    kParam_DryOut = 0,          // dB, -80 (silence) .. 12, default -80
+    kParam_WetOut = 1,          // dB, -80 .. 12, default 0
+    kParam_Effect = 2,          // indexed: 0 flanger, 1 phaser, 2 wah-wah (kEffect_*)
+    kParam_ModulationRate = 3,  // Hz, 0.001 .. 20, default 10
+    kParam_ModulationDepth = 4, // percent, 1 .. 100, default 10
+    kParam_CenterFreq = 5,      // Hz, 100 .. 5000, default 100
+    kParam_Resonance = 6,       // percent, 1 .. 100, default 1
     kNumParams = 7
 };
 
@@ -58,7 +59,8 @@ constexpr int kNumPresets = 15;
 // The plug-in bundle's identifier, used to find its resources.
 #define kVandrelBundleIdentifier "org.vandrel.audiounit.Vandrel"
 
-class Vandrel : public AUEffectBase {
+class Vandrel : public AUEffectBase
+{
 public:
     // Most channels the engine serves; wider formats are refused by Initialize.
     static constexpr UInt32 kMaxChannels = 32;
@@ -171,7 +173,8 @@ public:
     // zero-terminated. [control]
     static void CopyParameterName(CFStringRef inName, char (&outField)[52]);
 
-    class VandrelKernel : public AUKernelBase {
+    class VandrelKernel : public AUKernelBase
+    {
     public:
         explicit VandrelKernel(AUEffectBase* inAudioUnit);
         ~VandrelKernel() override;
@@ -217,8 +220,8 @@ private:
 extern "C" {
 __attribute__((visibility("default"))) OSStatus VandrelEntry(ComponentParameters* params,
                                                              Vandrel* obj);
-__attribute__((visibility("default"))) AudioComponentPlugInInterface* VandrelFactory(
-    const AudioComponentDescription* inDescription);
+__attribute__((visibility("default"))) AudioComponentPlugInInterface*
+VandrelFactory(const AudioComponentDescription* inDescription);
 }
 
 #endif

@@ -78,7 +78,7 @@ TEST(VandrelBundle, LoadingRaisesTheSoftOpenFileLimitOnly)
     if (before.rlim_max == RLIM_INFINITY || before.rlim_max >= 7168) {
         EXPECT_EQ(7168u, after.rlim_cur);
     } else {
-        EXPECT_EQ(lowered.rlim_cur, after.rlim_cur);  // refused above the hard limit
+        EXPECT_EQ(lowered.rlim_cur, after.rlim_cur); // refused above the hard limit
     }
     dlclose(handle);
 }
@@ -89,11 +89,12 @@ TEST(VandrelBundle, InfoPlistDescribesTheEffectComponent)
     ASSERT_FALSE(text.empty());
     CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                                   static_cast<CFIndex>(text.size()));
-    auto info = static_cast<CFDictionaryRef>(
-        CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr));
+    auto info = static_cast<CFDictionaryRef>(CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr));
     CFRelease(data);
     ASSERT_NE(nullptr, info);
-    EXPECT_EQ("org.vandrel.audiounit.Vandrel", ToString(CFDictionaryGetValue(info, CFSTR("CFBundleIdentifier"))));
+    EXPECT_EQ("org.vandrel.audiounit.Vandrel",
+              ToString(CFDictionaryGetValue(info, CFSTR("CFBundleIdentifier"))));
     EXPECT_EQ("Vandrel", ToString(CFDictionaryGetValue(info, CFSTR("CFBundleExecutable"))));
     auto components = static_cast<CFArrayRef>(CFDictionaryGetValue(info, CFSTR("AudioComponents")));
     ASSERT_NE(nullptr, components);
@@ -103,25 +104,29 @@ TEST(VandrelBundle, InfoPlistDescribesTheEffectComponent)
     EXPECT_EQ("Vndr", ToString(CFDictionaryGetValue(component, CFSTR("subtype"))));
     EXPECT_EQ("Vdrl", ToString(CFDictionaryGetValue(component, CFSTR("manufacturer"))));
     EXPECT_EQ("Vandrel: Vandrel", ToString(CFDictionaryGetValue(component, CFSTR("name"))));
-    EXPECT_EQ("VandrelFactory", ToString(CFDictionaryGetValue(component, CFSTR("factoryFunction"))));
+    EXPECT_EQ("VandrelFactory",
+              ToString(CFDictionaryGetValue(component, CFSTR("factoryFunction"))));
     EXPECT_EQ("VandrelEntry", ToString(CFDictionaryGetValue(component, CFSTR("entryFunction"))));
     SInt32 version = 0;
-    ASSERT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(component, CFSTR("version"))),
-                                 kCFNumberSInt32Type, &version));
+    ASSERT_TRUE(CFNumberGetValue(
+        static_cast<CFNumberRef>(CFDictionaryGetValue(component, CFSTR("version"))),
+        kCFNumberSInt32Type, &version));
     EXPECT_EQ(0x00010000, version);
     CFRelease(info);
 }
 
 TEST(VandrelBundle, StringsTablesKeyedByEveryEnglishName)
 {
-    const char* keys[] = {"Dry out", "Wet out", "Effect", "Modulation rate", "Modulation depth",
-                          "Center frequency", "Resonance", "Default", "Flange - 1 Hz",
-                          "Flange - fast", "Flange - slow 1", "Flange - slow 2", "Phaser 1",
-                          "Phaser 2", "Phaser 3", "Wah-Wah 1", "Wah-Wah 2", "Wah-Wah 3",
-                          "Wah-Wah 4", "Wah-Wah 5", "Warble 1", "Warble 2"};
+    const char* keys[] = {
+        "Dry out",          "Wet out",         "Effect",    "Modulation rate", "Modulation depth",
+        "Center frequency", "Resonance",       "Default",   "Flange - 1 Hz",   "Flange - fast",
+        "Flange - slow 1",  "Flange - slow 2", "Phaser 1",  "Phaser 2",        "Phaser 3",
+        "Wah-Wah 1",        "Wah-Wah 2",       "Wah-Wah 3", "Wah-Wah 4",       "Wah-Wah 5",
+        "Warble 1",         "Warble 2"};
     for (const char* language : {"English", "French"}) {
-        const std::string table = ReadFile(kBundle / "Contents" / "Resources" /
-                                           (std::string(language) + ".lproj") / "Localizable.strings");
+        const std::string table =
+            ReadFile(kBundle / "Contents" / "Resources" / (std::string(language) + ".lproj") /
+                     "Localizable.strings");
         ASSERT_FALSE(table.empty()) << language;
         for (const char* key : keys) {
             EXPECT_NE(std::string::npos, table.find("\"" + std::string(key) + "\" = \""))
@@ -130,4 +135,4 @@ TEST(VandrelBundle, StringsTablesKeyedByEveryEnglishName)
     }
 }
 
-}  // namespace
+} // namespace

@@ -25,7 +25,8 @@ fs::path CopyWithViewBundle()
         const fs::path bundle = root / "Vandrel.component";
         fs::create_directories(root);
         fs::copy(VANDREL_BUNDLE_DIR, bundle, fs::copy_options::recursive);
-        const fs::path view = bundle / "Contents" / "Resources" / "VandrelCocoaViewFactory.bundle" / "Contents";
+        const fs::path view =
+            bundle / "Contents" / "Resources" / "VandrelCocoaViewFactory.bundle" / "Contents";
         fs::create_directories(view);
         std::ofstream(view / "Info.plist")
             << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -46,7 +47,9 @@ std::string Path(CFURLRef inURL)
     return buffer;
 }
 
-class VandrelCocoaView : public ::testing::TestWithParam<bool> {};
+class VandrelCocoaView : public ::testing::TestWithParam<bool>
+{
+};
 
 TEST_P(VandrelCocoaView, ReportsTheViewBundleAndItsFactoryClass)
 {
@@ -81,4 +84,4 @@ TEST_P(VandrelCocoaView, ReportsTheViewBundleAndItsFactoryClass)
 
 INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelCocoaView, ::testing::Bool());
 
-}  // namespace
+} // namespace

@@ -135,9 +135,9 @@ TEST_P(VandrelHost, PullsInputFromConnectedInstance)
     // connection uses; factory instances do not, so AudioUnitRender is used.
     void* fastRender = nullptr;
     UInt32 size = sizeof(fastRender);
-    const OSStatus fast = AudioUnitGetProperty(upstream->unit(), kAudioUnitProperty_FastDispatch,
-                                               kAudioUnitScope_Global, kAudioUnitRenderSelect,
-                                               &fastRender, &size);
+    const OSStatus fast =
+        AudioUnitGetProperty(upstream->unit(), kAudioUnitProperty_FastDispatch,
+                             kAudioUnitScope_Global, kAudioUnitRenderSelect, &fastRender, &size);
     EXPECT_EQ(GetParam() ? OSStatus{noErr} : OSStatus{kAudioUnitErr_InvalidProperty}, fast);
 }
 

@@ -25,7 +25,11 @@ const bool gFrenchLocale = [] {
 bool IsValidUtf8(const char* inText)
 {
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(inText); *p != 0;) {
-        int extra = (*p < 0x80) ? 0 : (*p >> 5) == 0x6 ? 1 : (*p >> 4) == 0xE ? 2 : (*p >> 3) == 0x1E ? 3 : -1;
+        int extra = (*p < 0x80)         ? 0
+                    : (*p >> 5) == 0x6  ? 1
+                    : (*p >> 4) == 0xE  ? 2
+                    : (*p >> 3) == 0x1E ? 3
+                                        : -1;
         if (extra < 0) {
             return false;
         }
@@ -45,10 +49,14 @@ TEST(VandrelLocalization, NamesComeFromTheFrenchTable)
     Instance unit{LinkedFactoryComponent()};
     ASSERT_EQ(noErr, unit.openStatus());
 
-    const char* expected[7] = {"Sortie directe", "Sortie traitée", "Effet",
-                               "Vitesse de modulation",
-                               "Profondeur de modulation de l’oscillateur sinusoïdal à très basse fréquence",
-                               "Fréquence centrale", "Résonance"};
+    const char* expected[7] = {
+        "Sortie directe",
+        "Sortie traitée",
+        "Effet",
+        "Vitesse de modulation",
+        "Profondeur de modulation de l’oscillateur sinusoïdal à très basse fréquence",
+        "Fréquence centrale",
+        "Résonance"};
     for (AudioUnitParameterID id = 0; id < 7; ++id) {
         AudioUnitParameterInfo info{};
         UInt32 size = sizeof(info);
@@ -69,18 +77,21 @@ TEST(VandrelLocalization, NamesComeFromTheFrenchTable)
     // character straddles its end: the cut falls just before it.
     AudioUnitParameterInfo depth{};
     UInt32 size = sizeof(depth);
-    ASSERT_EQ(noErr, AudioUnitGetProperty(unit.unit(), kAudioUnitProperty_ParameterInfo,
-                                          kAudioUnitScope_Global, kParam_ModulationDepth, &depth, &size));
+    ASSERT_EQ(noErr,
+              AudioUnitGetProperty(unit.unit(), kAudioUnitProperty_ParameterInfo,
+                                   kAudioUnitScope_Global, kParam_ModulationDepth, &depth, &size));
     EXPECT_EQ(50u, std::strlen(depth.name));
 
     CFArrayRef presets = nullptr;
     size = sizeof(presets);
     ASSERT_EQ(noErr, AudioUnitGetProperty(unit.unit(), kAudioUnitProperty_FactoryPresets,
                                           kAudioUnitScope_Global, 0, &presets, &size));
-    EXPECT_EQ("Par défaut",
-              ToString(static_cast<const AUPreset*>(CFArrayGetValueAtIndex(presets, 0))->presetName));
-    EXPECT_EQ("Phaseur 2",
-              ToString(static_cast<const AUPreset*>(CFArrayGetValueAtIndex(presets, 6))->presetName));
+    EXPECT_EQ(
+        "Par défaut",
+        ToString(static_cast<const AUPreset*>(CFArrayGetValueAtIndex(presets, 0))->presetName));
+    EXPECT_EQ(
+        "Phaseur 2",
+        ToString(static_cast<const AUPreset*>(CFArrayGetValueAtIndex(presets, 6))->presetName));
     CFRelease(presets);
 
     // The current preset takes the localized name.
@@ -96,4 +107,4 @@ TEST(VandrelLocalization, NamesComeFromTheFrenchTable)
     CFRelease(current.presetName);
 }
 
-}  // namespace
+} // namespace

@@ -56,7 +56,9 @@ using namespace vandrel_test;
 
 namespace {
 
-class VandrelRenderAllocation : public ::testing::TestWithParam<bool> {};
+class VandrelRenderAllocation : public ::testing::TestWithParam<bool>
+{
+};
 
 // Renders of varied sizes, counting allocations around the render calls only.
 long AllocationsDuringRenders(Instance& inUnit, Buffers& ioOut)
@@ -133,4 +135,4 @@ TEST_P(VandrelRenderAllocation, RendersAllocateNothingOnceBegun)
 
 INSTANTIATE_TEST_SUITE_P(InPlaceOrNot, VandrelRenderAllocation, ::testing::Bool());
 
-}  // namespace
+} // namespace
