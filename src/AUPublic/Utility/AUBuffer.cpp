@@ -1,5 +1,6 @@
 #include "AUBuffer.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -23,8 +24,8 @@ constexpr std::size_t ListBytes(UInt32 buffers)
     return kListHeaderBytes + std::size_t(kBufferRecordBytes) * buffers;
 }
 
-// realloc that releases the old block when it fails, so that a failed growth
-// never leaves the caller holding both an old and a new obligation.
+// realloc that also releases the old block when growing fails, so the caller
+// holds nothing afterwards and cannot keep a pointer it must not use.
 void* Reallocf(void* block, std::size_t size)
 {
     void* grown = std::realloc(block, size);
