@@ -156,7 +156,7 @@ AUIOElement* AUElement::AsIOElement()
     return nullptr;
 }
 
-ParameterMapEvent* AUElement::FindParameter(AudioUnitParameterID inID)
+const ParameterMapEvent* AUElement::FindParameter(AudioUnitParameterID inID) const
 {
     if (mUseIndexedParameters) {
         if (inID >= mIndexedParameters.size()) {
@@ -168,6 +168,11 @@ ParameterMapEvent* AUElement::FindParameter(AudioUnitParameterID inID)
     return found == mParameters.end() ? nullptr : &found->second;
 }
 
+ParameterMapEvent* AUElement::FindParameter(AudioUnitParameterID inID)
+{
+    return const_cast<ParameterMapEvent*>(static_cast<const AUElement*>(this)->FindParameter(inID));
+}
+
 bool AUElement::MayCreateParameter(bool inOkWhenInitialized) const
 {
     return inOkWhenInitialized || !mAudioUnit->IsInitialized();
@@ -175,7 +180,7 @@ bool AUElement::MayCreateParameter(bool inOkWhenInitialized) const
 
 const ParameterMapEvent& AUElement::GetParameterEvent(AudioUnitParameterID inID) const
 {
-    const ParameterMapEvent* event = const_cast<AUElement*>(this)->FindParameter(inID);
+    const ParameterMapEvent* event = FindParameter(inID);
     if (event == nullptr) {
         throw static_cast<OSStatus>(kAudioUnitErr_InvalidParameter);
     }

@@ -141,6 +141,9 @@ public:
     AUBase* GetAudioUnit() const { return mAudioUnit; }
 
 private:
+    // The stored record of inID, or null for a sparse element without it;
+    // throws -10878 for an ID past an indexed array.
+    const ParameterMapEvent* FindParameter(AudioUnitParameterID inID) const;
     ParameterMapEvent* FindParameter(AudioUnitParameterID inID);
     bool MayCreateParameter(bool inOkWhenInitialized) const;
 
