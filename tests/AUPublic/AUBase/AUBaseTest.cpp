@@ -29,6 +29,21 @@ std::string ToStdString(CFStringRef inString)
     return text;
 }
 
+// A unit whose second output is not a bus, so sizing the buffers fails.
+class BrokenOutputUnit : public AUBaseTestUnit
+{
+public:
+    BrokenOutputUnit() : AUBaseTestUnit(1, 2) {}
+
+    AUElement* CreateElement(AudioUnitScope inScope, AudioUnitElement inElement) override
+    {
+        if (inScope == kAudioUnitScope_Output && inElement == 1) {
+            return new AUElement(this);
+        }
+        return AUBaseTestUnit::CreateElement(inScope, inElement);
+    }
+};
+
 } // namespace
 
 TEST(AUBaseLifecycleTest, NewUnitHasItsDefaultsAndBusesAfterPostConstructor)
@@ -85,6 +100,17 @@ TEST(AUBaseLifecycleTest, InitializeAndCleanupRunTheirHooksOncePerTransition)
     unit.PreDestructor();
     EXPECT_EQ(unit.mCleanupCalls, 2);
     EXPECT_FALSE(unit.IsInitialized());
+}
+
+TEST(AUBaseLifecycleTest, FailedBufferSizingUndoesTheInitialization)
+{
+    auto owner = OpenUnit<BrokenOutputUnit>();
+    BrokenOutputUnit& unit = *owner;
+    EXPECT_EQ(ThrownStatus([&] { unit.DoInitialize(); }), kAudioUnitErr_InvalidElement);
+    EXPECT_EQ(unit.mInitializeCalls, 1);
+    EXPECT_EQ(unit.mCleanupCalls, 1);
+    EXPECT_FALSE(unit.IsInitialized());
+    EXPECT_FALSE(unit.HasBegunInitializing());
 }
 
 TEST(AUBaseLifecycleTest, BuffersAreSizedAtInitializationToTheMaximumSlice)
