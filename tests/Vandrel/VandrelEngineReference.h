@@ -25,10 +25,15 @@ constexpr int32_t kUnknownEffectStatus = static_cast<int32_t>(0x80000008u);
 constexpr double kPan[16] = {0.9, 0.95, 0.7, 0.9, 0.8, 1.0, 1.0, 0.7,
                              0.7, 1.0,  0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
 
-enum class State { Start, Continue };
+enum class State
+{
+    Start,
+    Continue
+};
 
 // The engine's property record: levels in tenths of a dB, rate in mHz, the rest whole numbers.
-struct Props {
+struct Props
+{
     int64_t dryOut = 0;
     int64_t wetOut = 0;
     int64_t effect = 0;
@@ -41,7 +46,8 @@ struct Props {
 
 // Parameter floats (identifiers 0..6) to the property record; `previous` plays the role of the
 // process-wide record of the values seen by the previous mapping.
-inline void mapParameters(const float values[7], Props& props, Props& previous) {
+inline void mapParameters(const float values[7], Props& props, Props& previous)
+{
     props.dryOut = static_cast<int64_t>(static_cast<double>(values[0]) * 10.0);
     props.wetOut = static_cast<int64_t>(static_cast<double>(values[1]) * 10.0);
     if (values[2] < 1.0f) {
@@ -56,8 +62,8 @@ inline void mapParameters(const float values[7], Props& props, Props& previous) 
     props.centerFreq = static_cast<int64_t>(values[5]);
     props.resonance = static_cast<int64_t>(values[6]);
 
-    int64_t Props::*const fields[7] = {&Props::dryOut,   &Props::wetOut,     &Props::effect,
-                                       &Props::modRate,  &Props::modDepth,   &Props::centerFreq,
+    int64_t Props::*const fields[7] = {&Props::dryOut,   &Props::wetOut,   &Props::effect,
+                                       &Props::modRate,  &Props::modDepth, &Props::centerFreq,
                                        &Props::resonance};
     for (int i = 0; i < 7; ++i) {
         if (props.*fields[i] != previous.*fields[i]) {
@@ -67,30 +73,38 @@ inline void mapParameters(const float values[7], Props& props, Props& previous) 
     }
 }
 
-inline double ratioFromTenthsOfDb(int64_t tenthsOfDb, int64_t floorDb) {
+inline double ratioFromTenthsOfDb(int64_t tenthsOfDb, int64_t floorDb)
+{
     if (static_cast<double>(floorDb) * 10.0 >= static_cast<double>(tenthsOfDb)) {
         return 0.0;
     }
     return std::pow(10.0, static_cast<double>(tenthsOfDb) / 200.0);
 }
 
-inline double flush(double v) { return std::fabs(v) < kFlushThreshold ? 0.0 : v; }
+inline double flush(double v)
+{
+    return std::fabs(v) < kFlushThreshold ? 0.0 : v;
+}
 
 // 32-bit signed arithmetic with wraparound, as the hardware does it.
-inline int32_t wrapAdd(int32_t a, int32_t b) {
+inline int32_t wrapAdd(int32_t a, int32_t b)
+{
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-class Oscillator {
+class Oscillator
+{
 public:
-    Oscillator(double omega, double phase, int32_t index, int32_t maxSteps) {
+    Oscillator(double omega, double phase, int32_t index, int32_t maxSteps)
+    {
         seed(omega, phase, index);
         mMaxSteps = (maxSteps != 0 && maxSteps < 262145) ? maxSteps : 262144;
     }
 
     void init(double omega, double phase, int32_t index) { seed(omega, phase, index); }
 
-    double findNthSine(int32_t n) {
+    double findNthSine(int32_t n)
+    {
         double y;
         if (mSteps <= mMaxSteps && mNext == n) {
             y = mCoef * mPrev1 - mPrev2;
@@ -109,7 +123,8 @@ public:
     int32_t steps() const { return mSteps; }
 
 private:
-    void seed(double omega, double phase, int32_t k) {
+    void seed(double omega, double phase, int32_t k)
+    {
         mOmega = omega;
         mPhase = phase;
         mCoef = std::cos(omega) + std::cos(omega);
@@ -129,16 +144,19 @@ private:
     int32_t mMaxSteps = 0;
 };
 
-class Engine {
+class Engine
+{
 public:
-    int32_t begin(int channels, int sampleRate, Props& props) {
+    int32_t begin(int channels, int sampleRate, Props& props)
+    {
         mChannels = channels;
         mSampleRate = sampleRate;
         props.changed |= 2u | 4u;
         return cook(props, State::Start);
     }
 
-    int32_t cook(Props& props, State state) {
+    int32_t cook(Props& props, State state)
+    {
         mEffect = props.effect;
         mWet = ratioFromTenthsOfDb(props.wetOut, -80);
         mDry = ratioFromTenthsOfDb(props.dryOut, -80);
@@ -159,14 +177,16 @@ public:
     }
 
     // Releases the stream's blocks; every other field keeps its value.
-    void end() {
+    void end()
+    {
         mWahA1.clear();
         mWahA2.clear();
         mDelay.clear();
     }
 
     int32_t transform(float** channels, unsigned int channelCount, unsigned int& frameCount,
-                      bool skip) {
+                      bool skip)
+    {
         if (skip) {
             frameCount = 0;
             return 1;
@@ -214,7 +234,8 @@ public:
     double wahA2(int j) const { return mWahA2[static_cast<size_t>(j)]; }
 
 private:
-    void initializeEffects() {
+    void initializeEffects()
+    {
         mFeedback = 0.5;
         mMemGain = 0.0;
         mDelayGain = 1.0;
@@ -224,8 +245,8 @@ private:
             m = 0.0;
         }
         mLfoIndex = 0;
-        mSamplesPerMs = static_cast<double>(
-            static_cast<int32_t>(static_cast<double>(mSampleRate) / 1000.0));
+        mSamplesPerMs =
+            static_cast<double>(static_cast<int32_t>(static_cast<double>(mSampleRate) / 1000.0));
         mReadCenter = mSamplesPerMs;
         mOsc = Oscillator(0.0, 0.0, 0, kOscillatorMaxSteps);
         mWahA1.assign(kWahTableSize, 0.0);
@@ -237,12 +258,13 @@ private:
         mWahY2[1] = 0.0;
     }
 
-    void setupFlange(const Props& props) {
+    void setupFlange(const Props& props)
+    {
         for (int i = 0; i < kMaxChannels; ++i) {
             mChanGain[i] = kPan[i % 16] * mWet;
         }
-        mSweepDepth = static_cast<double>(static_cast<int32_t>(
-            static_cast<double>(props.modDepth) / 100.0 * mSamplesPerMs));
+        mSweepDepth = static_cast<double>(
+            static_cast<int32_t>(static_cast<double>(props.modDepth) / 100.0 * mSamplesPerMs));
         mLfoPeriod = static_cast<double>(static_cast<int64_t>(
             static_cast<double>(mSampleRate) * (1000.0 / static_cast<double>(props.modRate))));
         mLfoOmega = kLfoTwoPi / mLfoPeriod;
@@ -250,7 +272,8 @@ private:
         mOsc.init(mLfoOmega, 0.0, static_cast<int32_t>(mLfoIndex));
     }
 
-    void setupWahwah(const Props& props) {
+    void setupWahwah(const Props& props)
+    {
         const int64_t halfPeriod = static_cast<int64_t>(
             (1000.0 * static_cast<double>(mSampleRate)) / static_cast<double>(2 * props.modRate));
         const int64_t n = halfPeriod > kWahTableSize ? kWahTableSize : halfPeriod;
@@ -285,7 +308,8 @@ private:
         }
     }
 
-    void processFlangeCell(float** channels, unsigned int channelCount, unsigned int frame) {
+    void processFlangeCell(float** channels, unsigned int channelCount, unsigned int frame)
+    {
         const double s = mOsc.findNthSine(static_cast<int32_t>(mLfoIndex));
         double pos = s * mSweepDepth + mReadCenter;
         if (pos >= 6500.0) {
@@ -345,7 +369,8 @@ private:
         mWritePos = mWritePos > 0 ? mWritePos - 1 : 6499;
     }
 
-    float processWahWahSample(const float* sample, unsigned int c) {
+    float processWahWahSample(const float* sample, unsigned int c)
+    {
         const double x = static_cast<double>(*sample);
         const double p = mWahPos;
         const int64_t n = mWahTableLen;
@@ -424,4 +449,4 @@ private:
     Oscillator mOsc{0.0, 0.0, 0, kOscillatorMaxSteps};
 };
 
-}  // namespace engine_reference
+} // namespace engine_reference

@@ -28,13 +28,20 @@ using Params = std::array<float, 7>;
 
 // Dry, wet, effect, rate, depth, centre, resonance, as the factory presets set them.
 const Params kPresetValues[15] = {
-    {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f},   {-5.0f, -6.0f, 0.0f, 1.0f, 85.0f, 100.0f, 1.0f},
-    {-6.0f, -6.0f, 0.0f, 5.0f, 50.0f, 100.0f, 1.0f},    {-3.0f, -2.0f, 0.0f, 0.1f, 100.0f, 100.0f, 1.0f},
-    {-2.5f, -2.5f, 0.0f, 0.5f, 85.0f, 100.0f, 1.0f},    {-80.0f, 0.0f, 1.0f, 0.5f, 50.0f, 1000.0f, 50.0f},
-    {-80.0f, 0.0f, 1.0f, 4.5f, 50.0f, 1000.0f, 50.0f},  {-80.0f, 0.0f, 1.0f, 10.0f, 50.0f, 2000.0f, 40.0f},
-    {-80.0f, 0.0f, 2.0f, 1.0f, 50.0f, 1000.0f, 50.0f},  {-80.0f, 0.0f, 2.0f, 2.0f, 50.0f, 1000.0f, 80.0f},
-    {-15.0f, 0.0f, 2.0f, 0.2f, 50.0f, 500.0f, 100.0f},  {-80.0f, 0.0f, 2.0f, 0.5f, 70.0f, 3000.0f, 50.0f},
-    {-80.0f, 0.0f, 2.0f, 10.0f, 50.0f, 2000.0f, 50.0f}, {-5.0f, -5.0f, 0.0f, 20.0f, 85.0f, 100.0f, 1.0f},
+    {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f},
+    {-5.0f, -6.0f, 0.0f, 1.0f, 85.0f, 100.0f, 1.0f},
+    {-6.0f, -6.0f, 0.0f, 5.0f, 50.0f, 100.0f, 1.0f},
+    {-3.0f, -2.0f, 0.0f, 0.1f, 100.0f, 100.0f, 1.0f},
+    {-2.5f, -2.5f, 0.0f, 0.5f, 85.0f, 100.0f, 1.0f},
+    {-80.0f, 0.0f, 1.0f, 0.5f, 50.0f, 1000.0f, 50.0f},
+    {-80.0f, 0.0f, 1.0f, 4.5f, 50.0f, 1000.0f, 50.0f},
+    {-80.0f, 0.0f, 1.0f, 10.0f, 50.0f, 2000.0f, 40.0f},
+    {-80.0f, 0.0f, 2.0f, 1.0f, 50.0f, 1000.0f, 50.0f},
+    {-80.0f, 0.0f, 2.0f, 2.0f, 50.0f, 1000.0f, 80.0f},
+    {-15.0f, 0.0f, 2.0f, 0.2f, 50.0f, 500.0f, 100.0f},
+    {-80.0f, 0.0f, 2.0f, 0.5f, 70.0f, 3000.0f, 50.0f},
+    {-80.0f, 0.0f, 2.0f, 10.0f, 50.0f, 2000.0f, 50.0f},
+    {-5.0f, -5.0f, 0.0f, 20.0f, 85.0f, 100.0f, 1.0f},
     {-5.0f, -5.0f, 0.0f, 20.0f, 20.0f, 100.0f, 1.0f},
 };
 
@@ -68,7 +75,8 @@ uint32_t Bits(float inValue)
 // every 3001 frames, a rising sine sweep and fixed-seed noise, with a long silent stretch in
 // every 150000 frames so that the stored filter and delay state decays through the flush
 // threshold.
-class TestSignal {
+class TestSignal
+{
 public:
     explicit TestSignal(int inRate) : mRate(inRate) {}
 
@@ -110,8 +118,10 @@ private:
     check("bValid", inEngine.bValid, inRef.valid());
     check("dWet", inEngine.dWet, inRef.wet());
     check("dDry", inEngine.dDry, inRef.dry());
-    check("lWritePos", static_cast<double>(inEngine.lWritePos), static_cast<double>(inRef.writePos()));
-    check("lLfoIndex", static_cast<double>(inEngine.lLfoIndex), static_cast<double>(inRef.lfoIndex()));
+    check("lWritePos", static_cast<double>(inEngine.lWritePos),
+          static_cast<double>(inRef.writePos()));
+    check("lLfoIndex", static_cast<double>(inEngine.lLfoIndex),
+          static_cast<double>(inRef.lfoIndex()));
     check("dReadCenter", inEngine.dReadCenter, inRef.readCenter());
     check("dSamplesPerMs", inEngine.dSamplesPerMs, inRef.samplesPerMs());
     check("dWahPos", inEngine.dWahPos, inRef.wahPos());
@@ -140,10 +150,11 @@ private:
 
 ::testing::AssertionResult SameProps(const _transform_props& inReal, const ref::Props& inExpected)
 {
-    const int64_t real[7] = {inReal.lDryOut,   inReal.lWetOut,     inReal.lEffect, inReal.lModRate,
-                             inReal.lModDepth, inReal.lCenterFreq, inReal.lResonance};
-    const int64_t expected[7] = {inExpected.dryOut,   inExpected.wetOut,     inExpected.effect,
-                                 inExpected.modRate,  inExpected.modDepth,   inExpected.centerFreq,
+    const int64_t real[7] = {inReal.lDryOut,   inReal.lWetOut,   inReal.lEffect,
+                             inReal.lModRate,  inReal.lModDepth, inReal.lCenterFreq,
+                             inReal.lResonance};
+    const int64_t expected[7] = {inExpected.dryOut,   inExpected.wetOut,   inExpected.effect,
+                                 inExpected.modRate,  inExpected.modDepth, inExpected.centerFreq,
                                  inExpected.resonance};
     for (int i = 0; i < 7; ++i) {
         if (real[i] != expected[i]) {
@@ -152,8 +163,8 @@ private:
         }
     }
     if (inReal.uChanged != inExpected.changed) {
-        return ::testing::AssertionFailure() << "uChanged: mapping " << inReal.uChanged
-                                             << ", reference " << inExpected.changed;
+        return ::testing::AssertionFailure()
+               << "uChanged: mapping " << inReal.uChanged << ", reference " << inExpected.changed;
     }
     return ::testing::AssertionSuccess();
 }
@@ -182,7 +193,8 @@ void SyncPreviousValues()
 
 // The engine and the reference driven side by side as the unit drives the engine: map the
 // parameters, begin or cook, transform the same input in place.
-class Chain {
+class Chain
+{
 public:
     Chain() : mProps{} { SyncPreviousValues(); }
 
@@ -252,7 +264,8 @@ public:
         unsigned int expectedFrames = inFrames;
         const int32_t status =
             mEngine.TransformFloat(TRANSFORM_CONTINUE, realPointers, channels, realFrames, false);
-        const int32_t expectedStatus = mRef.transform(expectedPointers, channels, expectedFrames, false);
+        const int32_t expectedStatus =
+            mRef.transform(expectedPointers, channels, expectedFrames, false);
         const int64_t start = mClock;
         mClock += inFrames;
         if (status != expectedStatus || realFrames != expectedFrames) {
@@ -304,7 +317,9 @@ std::string RateChannelsName(int inRate, int inChannels)
 
 // Each factory preset over three seconds, rendered in slices of varied sizes with a cook
 // before every render after the first, as the unit does.
-class EngineReferencePresetTest : public ::testing::TestWithParam<std::tuple<int, int, int>> {};
+class EngineReferencePresetTest : public ::testing::TestWithParam<std::tuple<int, int, int>>
+{
+};
 
 TEST_P(EngineReferencePresetTest, PresetRenderMatchesReferenceBitForBit)
 {
@@ -325,16 +340,18 @@ TEST_P(EngineReferencePresetTest, PresetRenderMatchesReferenceBitForBit)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllPresets, EngineReferencePresetTest,
-    ::testing::Combine(::testing::Range(0, 15), ::testing::Values(1, 2, 5),
-                       ::testing::Values(44100, 48000, 22050, 96000)),
-    [](const ::testing::TestParamInfo<std::tuple<int, int, int>>& inInfo) {
-        return "Preset" + std::to_string(std::get<0>(inInfo.param)) + "_" +
-               RateChannelsName(std::get<2>(inInfo.param), std::get<1>(inInfo.param));
-    });
+INSTANTIATE_TEST_SUITE_P(AllPresets, EngineReferencePresetTest,
+                         ::testing::Combine(::testing::Range(0, 15), ::testing::Values(1, 2, 5),
+                                            ::testing::Values(44100, 48000, 22050, 96000)),
+                         [](const ::testing::TestParamInfo<std::tuple<int, int, int>>& inInfo) {
+                             return "Preset" + std::to_string(std::get<0>(inInfo.param)) + "_" +
+                                    RateChannelsName(std::get<2>(inInfo.param),
+                                                     std::get<1>(inInfo.param));
+                         });
 
-class EngineReferenceStreamTest : public ::testing::TestWithParam<std::tuple<int, int>> {};
+class EngineReferenceStreamTest : public ::testing::TestWithParam<std::tuple<int, int>>
+{
+};
 
 // Parameters change between renders: presets and edge values in turn, switching effects,
 // levels, rates and depths mid-stream, so state carried across cooks (oscillator index, sweep
@@ -354,9 +371,11 @@ TEST_P(EngineReferenceStreamTest, ParameterChangesBetweenRendersMatchReference)
     int64_t done = 0;
     for (size_t i = 0; done < total; ++i) {
         const Params& values = sequence[(i / 3) % sequence.size()];
-        ASSERT_TRUE(chain.Cook(values)) << "render " << i << ", parameter set " << (i / 3) % sequence.size();
+        ASSERT_TRUE(chain.Cook(values))
+            << "render " << i << ", parameter set " << (i / 3) % sequence.size();
         const unsigned int frames = kRenderSizes[(i * 3) % 5];
-        ASSERT_TRUE(chain.Render(frames)) << "render " << i << ", parameter set " << (i / 3) % sequence.size();
+        ASSERT_TRUE(chain.Render(frames))
+            << "render " << i << ", parameter set " << (i / 3) % sequence.size();
         done += frames;
     }
 }
@@ -392,7 +411,7 @@ TEST_P(EngineReferenceStreamTest, RestartsMatchReference)
 }
 
 INSTANTIATE_TEST_SUITE_P(ChannelsAndRates, EngineReferenceStreamTest,
-                         ::testing::Combine(::testing::Values(1, 2, 5),
+                         ::testing::Combine(::testing::Values(1, 2, 5, 32),
                                             ::testing::Values(44100, 48000, 22050)),
                          [](const ::testing::TestParamInfo<std::tuple<int, int>>& inInfo) {
                              return RateChannelsName(std::get<1>(inInfo.param),
@@ -431,7 +450,8 @@ TEST(EngineReferenceDriverTest, DegenerateRendersMatchReference)
         chain.RefProps().effect = 3;
         EXPECT_EQ(ref::kUnknownEffectStatus,
                   chain.Engine().TransformCookProperties(chain.Props(), TRANSFORM_CONTINUE));
-        EXPECT_EQ(ref::kUnknownEffectStatus, chain.Reference().cook(chain.RefProps(), ref::State::Continue));
+        EXPECT_EQ(ref::kUnknownEffectStatus,
+                  chain.Reference().cook(chain.RefProps(), ref::State::Continue));
         EXPECT_TRUE(SameState(chain.Engine(), chain.Reference()));
         ASSERT_TRUE(chain.Render(50));
         ASSERT_TRUE(chain.Cook(values));
@@ -446,7 +466,8 @@ TEST(EngineReferenceMappingTest, UnitMappingMatchesReference)
 {
     std::vector<Params> values(std::begin(kPresetValues), std::end(kPresetValues));
     values.insert(values.end(), std::begin(kEdgeValues), std::end(kEdgeValues));
-    const float levels[] = {-80.0f, -79.95f, -79.9f, -5.25f, -0.05f, 0.05f, 11.99f, 12.0f, -1000.0f};
+    const float levels[] = {-80.0f, -79.95f, -79.9f, -5.25f,  -0.05f,
+                            0.05f,  11.99f,  12.0f,  -1000.0f};
     const float effects[] = {0.0f, 0.5f, 0.999f, 1.0f, 1.5f, 1.999f, 2.0f, 2.5f, 7.5f, -1.0f};
     const float rates[] = {0.001f, 0.0015f, 0.007f, 0.1f, 0.2f, 4.5f, 13.7f, 19.999f, 20.0f, 50.0f};
     const float wholes[] = {0.0f, 0.999f, 1.0f, 49.5f, 50.0f, 99.99f, 100.0f, 4999.9f, -2.5f};
@@ -503,7 +524,9 @@ TEST(EngineReferenceDriverTest, VeryLowSampleRatesMatchReference)
 // with a fraction of a hertz. The unit maps its stored parameters, begins the engine with the
 // output format and transforms every channel; the reference does the same with the values
 // listed in this file.
-class UnitReferenceTest : public ::testing::TestWithParam<std::tuple<int, double>> {};
+class UnitReferenceTest : public ::testing::TestWithParam<std::tuple<int, double>>
+{
+};
 
 TEST_P(UnitReferenceTest, UnitRenderMatchesReferenceBitForBit)
 {
@@ -550,8 +573,8 @@ TEST_P(UnitReferenceTest, UnitRenderMatchesReferenceBitForBit)
                 if (Bits(out.channel(c)[f]) != Bits(expected[c][f])) {
                     return ::testing::AssertionFailure()
                            << std::setprecision(9) << "channel " << c << " frame " << f
-                           << " of a render starting at " << start << ": unit "
-                           << out.channel(c)[f] << ", reference " << expected[c][f];
+                           << " of a render starting at " << start << ": unit " << out.channel(c)[f]
+                           << ", reference " << expected[c][f];
                 }
             }
         }
@@ -582,7 +605,7 @@ TEST_P(UnitReferenceTest, UnitRenderMatchesReferenceBitForBit)
 }
 
 INSTANTIATE_TEST_SUITE_P(ChannelsAndRates, UnitReferenceTest,
-                         ::testing::Combine(::testing::Values(1, 2, 5),
+                         ::testing::Combine(::testing::Values(1, 2, 5, 32),
                                             ::testing::Values(44100.0, 48000.75, 22050.0)),
                          [](const ::testing::TestParamInfo<std::tuple<int, double>>& inInfo) {
                              return RateChannelsName(static_cast<int>(std::get<1>(inInfo.param)),
