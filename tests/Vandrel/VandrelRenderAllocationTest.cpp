@@ -12,7 +12,14 @@
 
 namespace {
 std::atomic<long> gAllocations{0};
+
+// Kept out of line so that the compiler does not pair the replaced operators'
+// malloc and free across inlined call sites (a false mismatch warning).
+[[gnu::noinline]] void Release(void* p) noexcept
+{
+    std::free(p);
 }
+} // namespace
 
 void* operator new(std::size_t size)
 {
@@ -37,19 +44,19 @@ void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 }
 void operator delete(void* p) noexcept
 {
-    std::free(p);
+    Release(p);
 }
 void operator delete[](void* p) noexcept
 {
-    std::free(p);
+    Release(p);
 }
 void operator delete(void* p, std::size_t) noexcept
 {
-    std::free(p);
+    Release(p);
 }
 void operator delete[](void* p, std::size_t) noexcept
 {
-    std::free(p);
+    Release(p);
 }
 
 using namespace vandrel_test;
