@@ -9,6 +9,7 @@ class AudioSource {
  public:
   virtual ~AudioSource() = default;
 
+  // The source's shape, fixed when it is opened. [any]
   virtual unsigned channels() const = 0;      // 1 or more
   virtual double sampleRate() const = 0;      // hertz, above 0
   virtual int64_t totalFrames() const = 0;    // frames the source will deliver

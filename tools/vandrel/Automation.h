@@ -36,8 +36,6 @@ class Automation {
   // Throws ToolError(kUsage) when two ramps of one parameter overlap. [control]
   explicit Automation(std::vector<Ramp> ramps);
 
-  bool empty() const { return mLanes.empty(); }
-
   // Replaces `events` with the events for the block of `frames` frames that
   // starts at frame `blockStart` of the output. [control]
   void eventsForBlock(int64_t blockStart, unsigned frames, std::vector<AudioUnitParameterEvent>& events) const;

@@ -24,8 +24,6 @@ class ProgressBar {
   // Reports that `doneFrames` of the total frames are finished. [control]
   void update(int64_t doneFrames);
 
-  bool drawn() const { return mDrawn; }
-
  private:
   using Clock = std::chrono::steady_clock;
 

@@ -18,7 +18,6 @@ class TemporaryFile {
 
   // Open descriptor of the temporary file, owned by this object. [control]
   int descriptor() const { return mDescriptor; }
-  const std::string& destination() const { return mDestination; }
 
   // Flushes, closes and renames the file onto the destination, with the
   // permissions a new file would get. Throws ToolError(kOutputUnwritable). [control]

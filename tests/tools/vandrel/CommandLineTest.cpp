@@ -125,12 +125,4 @@ TEST(CommandLineTest, RampTimesTakeSecondsOrMillisecondsAndNamesMayHoldColons) {
   EXPECT_FALSE(CommandLine::parseSeconds("nan", seconds));
 }
 
-TEST(CommandLineTest, HelpDescribesEveryOption) {
-  const std::string help = CommandLine::usage();
-  for (const char* option : {"--output", "--preset", "--set", "--ramp", "--tail", "--bypass", "--load-state",
-                             "--save-state", "--list-presets", "--list-parameters", "--quiet", "--block-size",
-                             "--plugin", "--version", "Exit status"})
-    EXPECT_NE(help.find(option), std::string::npos) << option;
-}
-
 }  // namespace
