@@ -33,6 +33,7 @@ fs::path CopyWithViewBundle()
                "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
                "<string>org.vandrel.audiounit.VandrelCocoaViewFactory</string></dict></plist>\n";
         setenv("HOME", (root / "home").c_str(), 1);
+        unsetenv("AU_COMPONENT_PATH");
         EXPECT_EQ(noErr, AudioComponentRegisterBundle(bundle.c_str()));
         return fs::canonical(bundle);
     }();

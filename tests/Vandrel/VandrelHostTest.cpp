@@ -20,12 +20,14 @@ namespace {
 
 constexpr float kDefaults[7] = {-80.0f, 0.0f, 0.0f, 10.0f, 10.0f, 100.0f, 1.0f};
 
-// Registers the built bundle once; the plug-in folders of the user's home are
-// kept out of the way so that only this bundle provides the description.
+// Registers the built bundle once; the plug-in folders of the user's home and
+// of AU_COMPONENT_PATH are kept out of the way so that only this bundle
+// provides the description.
 void RegisterBundleOnce()
 {
     static const bool registered = [] {
         setenv("HOME", VANDREL_TEST_DATA_DIR "/no-such-home", 1);
+        unsetenv("AU_COMPONENT_PATH");
         EXPECT_EQ(noErr, AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR));
         return true;
     }();

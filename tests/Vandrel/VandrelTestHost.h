@@ -15,6 +15,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -267,6 +268,10 @@ inline std::string ToString(CFTypeRef inString)
 inline CFBundleRef BuiltBundle()
 {
     static CFBundleRef bundle = [] {
+        // No installed copy of the plug-in may take part: the runtime scans
+        // the home folder and AU_COMPONENT_PATH on first use.
+        setenv("HOME", VANDREL_TEST_DATA_DIR "/no-such-home", 1);
+        unsetenv("AU_COMPONENT_PATH");
         CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR(VANDREL_BUNDLE_DIR),
                                                      kCFURLPOSIXPathStyle, true);
         CFBundleRef created = CFBundleCreate(kCFAllocatorDefault, url);
