@@ -19,6 +19,9 @@ const bool gFrenchLocale = [] {
     setenv("LC_ALL", "fr_FR.UTF-8", 1);
     setenv("LC_MESSAGES", "fr_FR.UTF-8", 1);
     setenv("LANG", "fr_FR.UTF-8", 1);
+    // No installed copy of the plug-in may be found before the built bundle.
+    setenv("HOME", VANDREL_TEST_DATA_DIR "/no-such-home", 1);
+    unsetenv("AU_COMPONENT_PATH");
     return true;
 }();
 
@@ -46,6 +49,20 @@ bool IsValidUtf8(const char* inText)
 TEST(VandrelLocalization, NamesComeFromTheFrenchTable)
 {
     ASSERT_TRUE(gFrenchLocale);
+    {
+        // Before the bundle is known, the names stay English, and the next
+        // construction tries again.
+        const AudioComponentDescription desc = UnitDescription();
+        AudioComponent withoutBundle =
+            AudioComponentRegister(&desc, CFSTR("Vandrel (no bundle)"), 1, VandrelFactory);
+        Instance early{withoutBundle};
+        ASSERT_EQ(noErr, early.openStatus());
+        AudioUnitParameterInfo info{};
+        UInt32 size = sizeof(info);
+        ASSERT_EQ(noErr, AudioUnitGetProperty(early.unit(), kAudioUnitProperty_ParameterInfo,
+                                              kAudioUnitScope_Global, kParam_DryOut, &info, &size));
+        EXPECT_EQ("Dry out", ToString(info.cfNameString));
+    }
     Instance unit{LinkedFactoryComponent()};
     ASSERT_EQ(noErr, unit.openStatus());
 
