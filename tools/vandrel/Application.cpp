@@ -92,10 +92,7 @@ void Application::execute(const Options& options) {
       throw ToolError(ExitStatus::kUnsupportedInput,
                       "'" + options.inputPath + "' has " + std::to_string(source->channels()) +
                           " channels; the plug-in takes 1 to " + std::to_string(kMaxChannels) + ".");
-    if (AudioFileWriter::formatForPath(options.outputPath, source->channels(), source->sampleRate()) == 0)
-      throw ToolError(ExitStatus::kUsage,
-                      "Cannot write '" + options.outputPath + "': its extension names no audio format for this "
-                      "input. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
+    AudioFileWriter::requireFormat(options.outputPath, source->channels(), source->sampleRate());
   }
 
   PluginHost host(PluginLocator::find(options.pluginPath));

@@ -66,18 +66,23 @@ int AudioFileWriter::formatForPath(const std::string& path, unsigned channels, d
   return 0;
 }
 
-AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, double sampleRate)
-    : mPath(path), mChannels(channels), mTemporary(path) {
-  SF_INFO info{};
-  info.channels = static_cast<int>(channels);
-  info.samplerate = static_cast<int>(sampleRate);
-  info.format = formatForPath(path, channels, sampleRate);
-  if (info.format == 0)
+int AudioFileWriter::requireFormat(const std::string& path, unsigned channels, double sampleRate) {
+  const int format = formatForPath(path, channels, sampleRate);
+  if (format == 0)
     throw ToolError(ExitStatus::kUsage,
                     "Cannot write '" + path + "': its extension names no audio format for " +
                         std::to_string(channels) + " channels at " +
                         std::to_string(static_cast<int>(sampleRate)) +
                         " Hz. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
+  return format;
+}
+
+AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, double sampleRate)
+    : mPath(path), mChannels(channels), mTemporary(path) {
+  SF_INFO info{};
+  info.channels = static_cast<int>(channels);
+  info.samplerate = static_cast<int>(sampleRate);
+  info.format = requireFormat(path, channels, sampleRate);
   const int descriptor = dup(mTemporary.descriptor());
   std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w+b");
   if (file == nullptr) {

@@ -33,6 +33,9 @@ class AudioFileWriter {
   // when its extension names no writable format for these channels and rate. [any]
   static int formatForPath(const std::string& path, unsigned channels, double sampleRate);
 
+  // formatForPath, or ToolError(kUsage) naming the formats to use instead. [any]
+  static int requireFormat(const std::string& path, unsigned channels, double sampleRate);
+
  private:
   std::string mPath;
   unsigned mChannels;
