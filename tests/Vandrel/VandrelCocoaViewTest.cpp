@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -16,11 +18,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Where this process keeps its copy.
+fs::path CopyRoot()
+{
+    return fs::path(::testing::TempDir()) / ("vandrel-view-copy-" + std::to_string(getpid()));
+}
+
+// Removes the copy after the last test.
+class CopyCleanup : public ::testing::Environment
+{
+public:
+    void TearDown() override { fs::remove_all(CopyRoot()); }
+};
+::testing::Environment* const gCopyCleanup = ::testing::AddGlobalTestEnvironment(new CopyCleanup);
+
 // The copy, made and registered once per process.
 fs::path CopyWithViewBundle()
 {
     static const fs::path copy = [] {
-        const fs::path root = fs::path(::testing::TempDir()) / "vandrel-view-copy";
+        const fs::path root = CopyRoot();
         fs::remove_all(root);
         const fs::path bundle = root / "Vandrel.component";
         fs::create_directories(root);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -231,7 +233,7 @@ TEST_P(VandrelHost, SavedStateSurvivesAnXmlFileIntoAFreshInstance)
     CFRelease(state);
     ASSERT_NE(nullptr, xml);
     const std::string path =
-        ::testing::TempDir() + "vandrel-state-" + std::to_string(GetParam()) + ".aupreset";
+        ::testing::TempDir() + "vandrel-state-" + std::to_string(getpid()) + ".aupreset";
     {
         std::ofstream file(path, std::ios::binary);
         file.write(reinterpret_cast<const char*>(CFDataGetBytePtr(xml)), CFDataGetLength(xml));
