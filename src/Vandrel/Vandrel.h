@@ -136,7 +136,8 @@ public:
     // [control]
     OSStatus NewFactoryPresetSet(const AUPreset& inNewFactoryPreset) override;
 
-    // The latency set by the host, in seconds (0 until set). [any]
+    // The latency set by the host, in seconds (0 until set); also refreshes
+    // the engine property record from the parameters. [any; allocation-free]
     Float64 GetLatency() override;
     // No tail-time property. [any]
     bool SupportsTail() override;
