@@ -88,6 +88,14 @@ AudioComponentDescription Describe(OSType subtype)
     return AudioComponentDescription{kAudioUnitType_Effect, subtype, kTestGainManufacturer, 0, 0};
 }
 
+// Keeps the standard folders of the machine out of the look-ups.
+void RegisterTestBundleOnly()
+{
+    unsetenv("AU_COMPONENT_PATH");
+    setenv("HOME", "/nonexistent", 1);
+    ASSERT_EQ(AudioComponentRegisterBundle(TEST_GAIN_BUNDLE), noErr);
+}
+
 enum class OpenWay
 {
     kFactory,          // AudioComponentInstanceNew on a component with a factory
@@ -131,13 +139,7 @@ void RecordListener(void* refCon, AudioUnit, AudioUnitPropertyID id, AudioUnitSc
 class ComponentInstanceRecordTest : public ::testing::TestWithParam<OpenWay>
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        // Keep the standard folders of the machine out of the look-ups.
-        unsetenv("AU_COMPONENT_PATH");
-        setenv("HOME", "/nonexistent", 1);
-        ASSERT_EQ(AudioComponentRegisterBundle(TEST_GAIN_BUNDLE), noErr);
-    }
+    static void SetUpTestSuite() { RegisterTestBundleOnly(); }
 
     void SetUp() override
     {
@@ -289,7 +291,7 @@ TEST_P(ComponentInstanceRecordTest, PropertiesRoundTripAndListenersHearChanges)
         kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST_P(ComponentInstanceRecordTest, ParametersAndScheduledEventsReachTheUnit)
+TEST_P(ComponentInstanceRecordTest, ParametersScheduledEventsAndResetReachTheUnit)
 {
     AudioUnitParameterValue value = 0;
     ASSERT_EQ(AudioUnitGetParameter(mUnit, kTestGainParam_Gain, kAudioUnitScope_Global, 0, &value),
@@ -321,6 +323,15 @@ TEST_P(ComponentInstanceRecordTest, ParametersAndScheduledEventsReachTheUnit)
     ASSERT_EQ(AudioUnitGetParameter(mUnit, kTestGainParam_Gain, kAudioUnitScope_Global, 0, &value),
               noErr);
     EXPECT_EQ(value, -2.0f);
+
+    ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
+    ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
+    UInt32 resets = 0;
+    UInt32 size = sizeof(resets);
+    ASSERT_EQ(AudioUnitGetProperty(mUnit, kTestGainProperty_ResetCount, kAudioUnitScope_Global, 0,
+                                   &resets, &size),
+              noErr);
+    EXPECT_EQ(resets, 2u);
 }
 
 TEST_P(ComponentInstanceRecordTest, RenderPullsInputAndCallsNotificationsAroundIt)
@@ -347,18 +358,6 @@ TEST_P(ComponentInstanceRecordTest, RenderPullsInputAndCallsNotificationsAroundI
     ASSERT_EQ(AudioUnitUninitialize(mUnit), noErr);
     EXPECT_EQ(Render(), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(AudioUnitRender(mUnit, nullptr, nullptr, 0, kFrames, &mBufferList), paramErr);
-}
-
-TEST_P(ComponentInstanceRecordTest, ResetReachesTheUnit)
-{
-    ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
-    ASSERT_EQ(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), noErr);
-    UInt32 resets = 0;
-    UInt32 size = sizeof(resets);
-    ASSERT_EQ(AudioUnitGetProperty(mUnit, kTestGainProperty_ResetCount, kAudioUnitScope_Global, 0,
-                                   &resets, &size),
-              noErr);
-    EXPECT_EQ(resets, 2u);
 }
 
 TEST_P(ComponentInstanceRecordTest, RoutedRendersAllocateNothing)
@@ -396,12 +395,7 @@ INSTANTIATE_TEST_SUITE_P(OpenWays, ComponentInstanceRecordTest,
 class AudioComponentLookupTest : public ::testing::Test
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        unsetenv("AU_COMPONENT_PATH");
-        setenv("HOME", "/nonexistent", 1);
-        ASSERT_EQ(AudioComponentRegisterBundle(TEST_GAIN_BUNDLE), noErr);
-    }
+    static void SetUpTestSuite() { RegisterTestBundleOnly(); }
 };
 
 std::vector<OSType> AudioComponentSubtypes()

@@ -20,14 +20,13 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "TestGainUnit.h"
 
 namespace {
 
-constexpr OSType kFailingSubtype = 0x6766616C;  // 'gfal'
-constexpr OSType kNoRecordSubtype = 0x676E756C; // 'gnul'
 constexpr UInt32 kMaxNotifications = 4;
 constexpr UInt32 kMaxEvents = 16;
 
@@ -92,122 +91,62 @@ public:
         return noErr;
     }
 
-    OSStatus GetPropertyInfo(AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement,
-                             UInt32* size, Boolean* writable)
+    OSStatus GetPropertyInfo(AudioUnitPropertyID id, AudioUnitScope, AudioUnitElement, UInt32* size,
+                             Boolean* writable)
     {
-        UInt32 s = 0;
-        Boolean w = false;
-        switch (id) {
-        case kAudioUnitProperty_MaximumFramesPerSlice:
-            s = 4;
-            w = true;
-            break;
-        case kAudioUnitProperty_StreamFormat:
-            s = sizeof(AudioStreamBasicDescription);
-            w = true;
-            break;
-        case kAudioUnitProperty_SetRenderCallback:
-            if (scope != kAudioUnitScope_Input) {
-                return kAudioUnitErr_InvalidScope;
-            }
-            s = sizeof(AURenderCallbackStruct);
-            w = true;
-            break;
-        case kTestGainProperty_Description:
-            s = sizeof(AudioComponentDescription);
-            break;
-        case kTestGainProperty_Storage:
-            s = sizeof(void*);
-            break;
-        case kTestGainProperty_ResetCount:
-            s = 4;
-            break;
-        default:
+        const Property property = Find(id);
+        if (property.mData == nullptr) {
             return kAudioUnitErr_InvalidProperty;
         }
         if (size != nullptr) {
-            *size = s;
+            *size = property.mSize;
         }
         if (writable != nullptr) {
-            *writable = w;
+            *writable = property.mWritable;
         }
         return noErr;
     }
 
-    OSStatus GetProperty(AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
-                         void* data, UInt32* ioSize)
+    OSStatus GetProperty(AudioUnitPropertyID id, AudioUnitScope, AudioUnitElement, void* data,
+                         UInt32* ioSize)
     {
-        UInt32 size = 0;
-        OSStatus status = GetPropertyInfo(id, scope, element, &size, nullptr);
-        if (status != noErr) {
-            return status;
+        const Property property = Find(id);
+        if (property.mData == nullptr) {
+            return kAudioUnitErr_InvalidProperty;
         }
-        if (data == nullptr || ioSize == nullptr || *ioSize < size) {
+        if (data == nullptr || ioSize == nullptr || *ioSize < property.mSize) {
             return paramErr;
         }
-        switch (id) {
-        case kAudioUnitProperty_MaximumFramesPerSlice:
-            std::memcpy(data, &mMaxFrames, 4);
-            break;
-        case kAudioUnitProperty_StreamFormat:
-            std::memcpy(data, &mFormat, sizeof(mFormat));
-            break;
-        case kAudioUnitProperty_SetRenderCallback:
-            std::memcpy(data, &mInput, sizeof(mInput));
-            break;
-        case kTestGainProperty_Description: {
-            AudioComponentDescription description;
-            status = OwnDescription(description);
+        if (id == kTestGainProperty_Description) {
+            OSStatus status = OwnDescription(mDescription);
             if (status != noErr) {
                 return status;
             }
-            std::memcpy(data, &description, sizeof(description));
-            break;
-        }
-        case kTestGainProperty_Storage: {
+        } else if (id == kTestGainProperty_Storage) {
             if (Runtime().getStorage == nullptr) {
                 return kAudio_UnimplementedError;
             }
-            Handle storage = Runtime().getStorage(mInstance);
-            std::memcpy(data, &storage, sizeof(storage));
-            break;
+            mStorage = Runtime().getStorage(mInstance);
         }
-        case kTestGainProperty_ResetCount:
-            std::memcpy(data, &mResetCount, 4);
-            break;
-        }
-        *ioSize = size;
+        std::memcpy(data, property.mData, property.mSize);
+        *ioSize = property.mSize;
         return noErr;
     }
 
     OSStatus SetProperty(AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
                          const void* data, UInt32 size)
     {
-        switch (id) {
-        case kAudioUnitProperty_MaximumFramesPerSlice:
-            if (size != 4) {
-                return kAudioUnitErr_InvalidPropertyValue;
-            }
-            if (mInitialized) {
-                return kAudioUnitErr_Initialized;
-            }
-            std::memcpy(&mMaxFrames, data, 4);
-            break;
-        case kAudioUnitProperty_StreamFormat:
-            if (size < sizeof(mFormat)) {
-                return kAudioUnitErr_InvalidPropertyValue;
-            }
-            std::memcpy(&mFormat, data, sizeof(mFormat));
-            break;
-        case kAudioUnitProperty_SetRenderCallback:
-            if (scope != kAudioUnitScope_Input || size < sizeof(mInput)) {
-                return kAudioUnitErr_InvalidPropertyValue;
-            }
-            std::memcpy(&mInput, data, sizeof(mInput));
-            break;
-        default:
+        const Property property = Find(id);
+        if (!property.mWritable) {
             return kAudioUnitErr_InvalidProperty;
         }
+        if (data == nullptr || size != property.mSize) {
+            return kAudioUnitErr_InvalidPropertyValue;
+        }
+        if (id == kAudioUnitProperty_MaximumFramesPerSlice && mInitialized) {
+            return kAudioUnitErr_Initialized;
+        }
+        std::memcpy(property.mData, data, size);
         for (const Listener& listener : mListeners) {
             if (listener.id == id) {
                 listener.proc(listener.refCon, mInstance, id, scope, element);
@@ -249,13 +188,12 @@ public:
     }
 
     OSStatus SetParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
-                          AudioUnitParameterValue value, UInt32 offset)
+                          AudioUnitParameterValue value, UInt32)
     {
         if (id != kTestGainParam_Gain || scope != kAudioUnitScope_Global || element != 0) {
             return kAudioUnitErr_InvalidParameter;
         }
         mGain = value;
-        mLastSetOffset = offset;
         return noErr;
     }
 
@@ -346,9 +284,35 @@ public:
         return status;
     }
 
-    ComponentInstance Instance() const { return mInstance; }
-
 private:
+    struct Property
+    {
+        void* mData; // null: no such property
+        UInt32 mSize;
+        bool mWritable;
+    };
+
+    /* Where each property lives, its size and whether a host may set it. */
+    Property Find(AudioUnitPropertyID id)
+    {
+        switch (id) {
+        case kAudioUnitProperty_MaximumFramesPerSlice:
+            return {&mMaxFrames, sizeof(mMaxFrames), true};
+        case kAudioUnitProperty_StreamFormat:
+            return {&mFormat, sizeof(mFormat), true};
+        case kAudioUnitProperty_SetRenderCallback:
+            return {&mInput, sizeof(mInput), true};
+        case kTestGainProperty_Description:
+            return {&mDescription, sizeof(mDescription), false};
+        case kTestGainProperty_Storage:
+            return {&mStorage, sizeof(mStorage), false};
+        case kTestGainProperty_ResetCount:
+            return {&mResetCount, sizeof(mResetCount), false};
+        default:
+            return {nullptr, 0, false};
+        }
+    }
+
     void Notify(AudioUnitRenderActionFlags phase, const AudioTimeStamp* time, UInt32 bus,
                 UInt32 frames, AudioBufferList* data)
     {
@@ -384,9 +348,10 @@ private:
     bool mFactoryStyle;
     bool mInitialized = false;
     Float32 mGain = 1.0f;
-    UInt32 mLastSetOffset = 0;
     UInt32 mMaxFrames = 1024;
     UInt32 mResetCount = 0;
+    AudioComponentDescription mDescription = {};
+    Handle mStorage = nullptr;
     AudioStreamBasicDescription mFormat = {
         44100.0, kAudioFormatLinearPCM, kAudioFormatFlagsAudioUnitCanonical, 4, 1, 4, 2, 32, 0};
     AURenderCallbackStruct mInput = {nullptr, nullptr};
@@ -397,7 +362,7 @@ private:
     UInt32 mEventCount = 0;
 };
 
-/* ---- Factory style: the instance record and one method per selector. ---- */
+/* ---- Routing: one table serves both hosting styles. ---- */
 
 struct FactoryRecord
 {
@@ -406,15 +371,82 @@ struct FactoryRecord
     GainUnit* mUnit;
 };
 
-GainUnit& UnitOf(void* self)
+template <typename T> T Arg(const ComponentParameters* params, std::size_t slot)
 {
-    return *static_cast<FactoryRecord*>(self)->mUnit;
+    T value;
+    std::memcpy(&value, &params->params[slot], sizeof(T));
+    return value;
+}
+
+/* A unit method as a factory-style method (the record comes first) and as an
+   entry-style call (the arguments follow the instance in the parameter
+   block's slots). */
+template <auto M, typename = decltype(M)> struct Route;
+template <auto M, typename... A> struct Route<M, OSStatus (GainUnit::*)(A...)>
+{
+    static OSStatus Method(void* self, A... args)
+    {
+        return (static_cast<FactoryRecord*>(self)->mUnit->*M)(args...);
+    }
+
+    static ComponentResult Entry(GainUnit& unit, [[maybe_unused]] const ComponentParameters* params)
+    {
+        return Unpack(unit, params, std::index_sequence_for<A...>{});
+    }
+
+    template <std::size_t... I>
+    static ComponentResult Unpack(GainUnit& unit,
+                                  [[maybe_unused]] const ComponentParameters* params,
+                                  std::index_sequence<I...>)
+    {
+        return (unit.*M)(Arg<A>(params, I + 1)...);
+    }
+};
+
+struct Selector
+{
+    SInt16 mWhat;
+    AudioComponentMethod mMethod;
+    ComponentResult (*mEntry)(GainUnit&, const ComponentParameters*);
+};
+
+template <auto M> Selector Routed(SInt16 what)
+{
+    return Selector{what, reinterpret_cast<AudioComponentMethod>(&Route<M>::Method),
+                    &Route<M>::Entry};
+}
+
+const Selector* FindSelector(SInt16 what)
+{
+    static const Selector sSelectors[] = {
+        Routed<&GainUnit::Initialize>(kAudioUnitInitializeSelect),
+        Routed<&GainUnit::Uninitialize>(kAudioUnitUninitializeSelect),
+        Routed<&GainUnit::GetPropertyInfo>(kAudioUnitGetPropertyInfoSelect),
+        Routed<&GainUnit::GetProperty>(kAudioUnitGetPropertySelect),
+        Routed<&GainUnit::SetProperty>(kAudioUnitSetPropertySelect),
+        Routed<&GainUnit::GetParameter>(kAudioUnitGetParameterSelect),
+        Routed<&GainUnit::SetParameter>(kAudioUnitSetParameterSelect),
+        Routed<&GainUnit::Reset>(kAudioUnitResetSelect),
+        Routed<&GainUnit::AddPropertyListener>(kAudioUnitAddPropertyListenerSelect),
+        Routed<&GainUnit::RemovePropertyListener>(
+            kAudioUnitRemovePropertyListenerWithUserDataSelect),
+        Routed<&GainUnit::Render>(kAudioUnitRenderSelect),
+        Routed<&GainUnit::AddRenderNotify>(kAudioUnitAddRenderNotifySelect),
+        Routed<&GainUnit::RemoveRenderNotify>(kAudioUnitRemoveRenderNotifySelect),
+        Routed<&GainUnit::ScheduleParameters>(kAudioUnitScheduleParametersSelect),
+    };
+    for (const Selector& selector : sSelectors) {
+        if (selector.mWhat == what) {
+            return &selector;
+        }
+    }
+    return nullptr;
 }
 
 OSStatus FactoryOpen(void* self, AudioComponentInstance instance)
 {
     FactoryRecord* record = static_cast<FactoryRecord*>(self);
-    if (record->mSubtype == kFailingSubtype) {
+    if (record->mSubtype == kTestGainFailing) {
         delete record;
         return kAudioUnitErr_FailedInitialization;
     }
@@ -430,114 +462,10 @@ OSStatus FactoryClose(void* self)
     return noErr;
 }
 
-OSStatus MethodInitialize(void* self)
+AudioComponentMethod FactoryLookup(SInt16 what)
 {
-    return UnitOf(self).Initialize();
-}
-OSStatus MethodUninitialize(void* self)
-{
-    return UnitOf(self).Uninitialize();
-}
-OSStatus MethodGetPropertyInfo(void* self, AudioUnitPropertyID id, AudioUnitScope scope,
-                               AudioUnitElement element, UInt32* size, Boolean* writable)
-{
-    return UnitOf(self).GetPropertyInfo(id, scope, element, size, writable);
-}
-OSStatus MethodGetProperty(void* self, AudioUnitPropertyID id, AudioUnitScope scope,
-                           AudioUnitElement element, void* data, UInt32* size)
-{
-    return UnitOf(self).GetProperty(id, scope, element, data, size);
-}
-OSStatus MethodSetProperty(void* self, AudioUnitPropertyID id, AudioUnitScope scope,
-                           AudioUnitElement element, const void* data, UInt32 size)
-{
-    return UnitOf(self).SetProperty(id, scope, element, data, size);
-}
-OSStatus MethodGetParameter(void* self, AudioUnitParameterID id, AudioUnitScope scope,
-                            AudioUnitElement element, AudioUnitParameterValue* value)
-{
-    return UnitOf(self).GetParameter(id, scope, element, value);
-}
-OSStatus MethodSetParameter(void* self, AudioUnitParameterID id, AudioUnitScope scope,
-                            AudioUnitElement element, AudioUnitParameterValue value, UInt32 offset)
-{
-    return UnitOf(self).SetParameter(id, scope, element, value, offset);
-}
-OSStatus MethodReset(void* self, AudioUnitScope scope, AudioUnitElement element)
-{
-    return UnitOf(self).Reset(scope, element);
-}
-OSStatus MethodAddPropertyListener(void* self, AudioUnitPropertyID id,
-                                   AudioUnitPropertyListenerProc proc, void* refCon)
-{
-    return UnitOf(self).AddPropertyListener(id, proc, refCon);
-}
-OSStatus MethodRemovePropertyListener(void* self, AudioUnitPropertyID id,
-                                      AudioUnitPropertyListenerProc proc, void* refCon)
-{
-    return UnitOf(self).RemovePropertyListener(id, proc, refCon);
-}
-OSStatus MethodRender(void* self, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
-                      UInt32 bus, UInt32 frames, AudioBufferList* data)
-{
-    return UnitOf(self).Render(flags, time, bus, frames, data);
-}
-OSStatus MethodAddRenderNotify(void* self, AURenderCallback proc, void* refCon)
-{
-    return UnitOf(self).AddRenderNotify(proc, refCon);
-}
-OSStatus MethodRemoveRenderNotify(void* self, AURenderCallback proc, void* refCon)
-{
-    return UnitOf(self).RemoveRenderNotify(proc, refCon);
-}
-OSStatus MethodScheduleParameters(void* self, const AudioUnitParameterEvent* events, UInt32 count)
-{
-    return UnitOf(self).ScheduleParameters(events, count);
-}
-
-AudioComponentMethod FactoryLookup(SInt16 selector)
-{
-    switch (selector) {
-    case kAudioUnitInitializeSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodInitialize);
-    case kAudioUnitUninitializeSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodUninitialize);
-    case kAudioUnitGetPropertyInfoSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodGetPropertyInfo);
-    case kAudioUnitGetPropertySelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodGetProperty);
-    case kAudioUnitSetPropertySelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodSetProperty);
-    case kAudioUnitGetParameterSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodGetParameter);
-    case kAudioUnitSetParameterSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodSetParameter);
-    case kAudioUnitResetSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodReset);
-    case kAudioUnitAddPropertyListenerSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodAddPropertyListener);
-    case kAudioUnitRemovePropertyListenerWithUserDataSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodRemovePropertyListener);
-    case kAudioUnitRenderSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodRender);
-    case kAudioUnitAddRenderNotifySelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodAddRenderNotify);
-    case kAudioUnitRemoveRenderNotifySelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodRemoveRenderNotify);
-    case kAudioUnitScheduleParametersSelect:
-        return reinterpret_cast<AudioComponentMethod>(MethodScheduleParameters);
-    default:
-        return nullptr;
-    }
-}
-
-/* ---- Entry-point style: unpack the parameter block. ---- */
-
-template <typename T> T Arg(const ComponentParameters* params, int slot)
-{
-    T value;
-    std::memcpy(&value, &params->params[slot], sizeof(T));
-    return value;
+    const Selector* selector = FindSelector(what);
+    return selector != nullptr ? selector->mMethod : nullptr;
 }
 
 OSStatus EntryOpen(ComponentParameters* params)
@@ -553,7 +481,7 @@ OSStatus EntryOpen(ComponentParameters* params)
     if (status != noErr) {
         return status;
     }
-    if (description.componentSubType == kFailingSubtype) {
+    if (description.componentSubType == kTestGainFailing) {
         return kAudioUnitErr_FailedInitialization;
     }
     runtime.setStorage(instance, reinterpret_cast<Handle>(new GainUnit(instance, false)));
@@ -567,7 +495,7 @@ extern "C" {
 __attribute__((visibility("default"))) AudioComponentPlugInInterface*
 TestGainFactory(const AudioComponentDescription* description)
 {
-    if (description->componentSubType == kNoRecordSubtype) {
+    if (description->componentSubType == kTestGainNoRecord) {
         return nullptr;
     }
     FactoryRecord* record = new (std::nothrow) FactoryRecord;
@@ -591,59 +519,15 @@ __attribute__((visibility("default"))) ComponentResult TestGainEntry(ComponentPa
     if (unit == nullptr) {
         return paramErr;
     }
-    switch (params->what) {
-    case kComponentCloseSelect:
+    if (params->what == kComponentCloseSelect) {
         delete unit;
         return noErr;
-    case kComponentVersionSelect:
-        return kTestGainVersion;
-    case kAudioUnitInitializeSelect:
-        return unit->Initialize();
-    case kAudioUnitUninitializeSelect:
-        return unit->Uninitialize();
-    case kAudioUnitGetPropertyInfoSelect:
-        return unit->GetPropertyInfo(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2),
-                                     Arg<UInt32>(params, 3), Arg<UInt32*>(params, 4),
-                                     Arg<Boolean*>(params, 5));
-    case kAudioUnitGetPropertySelect:
-        return unit->GetProperty(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2),
-                                 Arg<UInt32>(params, 3), Arg<void*>(params, 4),
-                                 Arg<UInt32*>(params, 5));
-    case kAudioUnitSetPropertySelect:
-        return unit->SetProperty(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2),
-                                 Arg<UInt32>(params, 3), Arg<const void*>(params, 4),
-                                 Arg<UInt32>(params, 5));
-    case kAudioUnitGetParameterSelect:
-        return unit->GetParameter(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2),
-                                  Arg<UInt32>(params, 3), Arg<Float32*>(params, 4));
-    case kAudioUnitSetParameterSelect:
-        return unit->SetParameter(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2),
-                                  Arg<UInt32>(params, 3), Arg<Float32>(params, 4),
-                                  Arg<UInt32>(params, 5));
-    case kAudioUnitResetSelect:
-        return unit->Reset(Arg<UInt32>(params, 1), Arg<UInt32>(params, 2));
-    case kAudioUnitAddPropertyListenerSelect:
-        return unit->AddPropertyListener(Arg<UInt32>(params, 1),
-                                         Arg<AudioUnitPropertyListenerProc>(params, 2),
-                                         Arg<void*>(params, 3));
-    case kAudioUnitRemovePropertyListenerWithUserDataSelect:
-        return unit->RemovePropertyListener(Arg<UInt32>(params, 1),
-                                            Arg<AudioUnitPropertyListenerProc>(params, 2),
-                                            Arg<void*>(params, 3));
-    case kAudioUnitRenderSelect:
-        return unit->Render(Arg<AudioUnitRenderActionFlags*>(params, 1),
-                            Arg<const AudioTimeStamp*>(params, 2), Arg<UInt32>(params, 3),
-                            Arg<UInt32>(params, 4), Arg<AudioBufferList*>(params, 5));
-    case kAudioUnitAddRenderNotifySelect:
-        return unit->AddRenderNotify(Arg<AURenderCallback>(params, 1), Arg<void*>(params, 2));
-    case kAudioUnitRemoveRenderNotifySelect:
-        return unit->RemoveRenderNotify(Arg<AURenderCallback>(params, 1), Arg<void*>(params, 2));
-    case kAudioUnitScheduleParametersSelect:
-        return unit->ScheduleParameters(Arg<const AudioUnitParameterEvent*>(params, 1),
-                                        Arg<UInt32>(params, 2));
-    default:
-        return badComponentSelector;
     }
+    if (params->what == kComponentVersionSelect) {
+        return kTestGainVersion;
+    }
+    const Selector* selector = FindSelector(params->what);
+    return selector != nullptr ? selector->mEntry(*unit, params) : badComponentSelector;
 }
 
 } // extern "C"
