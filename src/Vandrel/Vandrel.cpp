@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 static_assert(Vandrel::kMaxChannels == CVandrelEngine::kMaxChannels,
@@ -152,10 +154,28 @@ void LocalizeNamesOnce()
     sLocalized = true;
 }
 
+// Truncation toward zero to 64 bits. Values are not clamped to their ranges,
+// so a host can store NaN or huge values; those saturate (NaN gives 0) rather
+// than leave the conversion undefined and build-dependent.
+std::int64_t TruncatedToInt64(double inValue)
+{
+    constexpr double kTwoTo63 = 9223372036854775808.0;
+    if (std::isnan(inValue)) {
+        return 0;
+    }
+    if (inValue >= kTwoTo63) {
+        return std::numeric_limits<std::int64_t>::max();
+    }
+    if (inValue <= -kTwoTo63) {
+        return std::numeric_limits<std::int64_t>::min();
+    }
+    return static_cast<std::int64_t>(inValue);
+}
+
 // Truncation toward zero of a value widened to double and scaled.
 std::int64_t Scaled(AudioUnitParameterValue inValue, double inScale)
 {
-    return static_cast<std::int64_t>(static_cast<double>(inValue) * inScale);
+    return TruncatedToInt64(static_cast<double>(inValue) * inScale);
 }
 
 // Restores the buffer records of a render's lists when the sliced path
@@ -614,9 +634,9 @@ void Vandrel::MapParameters(const AudioUnitParameterValue (&inValues)[kNumParams
     ioProps.lEffect =
         effect < 1.0f ? kEffect_Flange : (effect < 2.0f ? kEffect_Phaser : kEffect_WahWah);
     ioProps.lModRate = Scaled(inValues[kParam_ModulationRate], 1000.0);
-    ioProps.lModDepth = static_cast<std::int64_t>(inValues[kParam_ModulationDepth]);
-    ioProps.lCenterFreq = static_cast<std::int64_t>(inValues[kParam_CenterFreq]);
-    ioProps.lResonance = static_cast<std::int64_t>(inValues[kParam_Resonance]);
+    ioProps.lModDepth = TruncatedToInt64(inValues[kParam_ModulationDepth]);
+    ioProps.lCenterFreq = TruncatedToInt64(inValues[kParam_CenterFreq]);
+    ioProps.lResonance = TruncatedToInt64(inValues[kParam_Resonance]);
 
     struct Field
     {

@@ -8,7 +8,9 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 
 using namespace vandrel_test;
@@ -131,6 +133,10 @@ TEST(VandrelParameters, VersionIsOnePointZero)
 
 TEST(VandrelParameters, MappingTruncatesTowardZero)
 {
+    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kInf = std::numeric_limits<float>::infinity();
+    constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
     struct Case
     {
         float values[7];
@@ -141,7 +147,9 @@ TEST(VandrelParameters, MappingTruncatesTowardZero)
         {{-79.95f, -5.25f, 1.0f, 10, 99.9f, 4999.9f, 1.99f}, -799, -52, 1, 10000, 99, 4999, 1},
         {{0, 0, 1.999f, 20, 100, 5000, 100}, 0, 0, 1, 20000, 100, 5000, 100},
         {{-2.5f, -0.05f, 2.0f, 0.1f, 50, 1000, 50}, -25, 0, 2, 100, 50, 1000, 50},
-        {{-80, 0, 7.5f, 4.5f, 10, 100, 1}, -800, 0, 2, 4500, 10, 100, 1}};
+        {{-80, 0, 7.5f, 4.5f, 10, 100, 1}, -800, 0, 2, 4500, 10, 100, 1},
+        // Unclamped host values: NaN reads as 0 and huge values saturate.
+        {{kNaN, kInf, kNaN, -kInf, 1e30f, -1e30f, kNaN}, 0, kMax64, 2, kMin64, kMax64, kMin64, 0}};
     for (const Case& c : cases) {
         _transform_props props{};
         Vandrel::MapParameters(c.values, props);
