@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
+#include <ostream>
+#include <vector>
 
 namespace {
 
@@ -23,179 +24,141 @@ CAStreamBasicDescription FloatStereo()
     return d;
 }
 
-CAStreamBasicDescription IntPCM(UInt32 bits, UInt32 channels, AudioFormatFlags flags)
+CAStreamBasicDescription IntPCM(UInt32 bits, AudioFormatFlags flags)
 {
-    CAStreamBasicDescription d;
-    d.mSampleRate = 48000.0;
-    d.mFormatID = kAudioFormatLinearPCM;
+    CAStreamBasicDescription d = FloatStereo();
     d.mFormatFlags = flags;
-    d.mBytesPerFrame = d.mBytesPerPacket = bits / 8 * channels;
-    d.mFramesPerPacket = 1;
-    d.mChannelsPerFrame = channels;
+    d.mBytesPerFrame = d.mBytesPerPacket = bits / 8 * 2;
     d.mBitsPerChannel = bits;
     return d;
 }
 
-bool Equal(const CAStreamBasicDescription& a, const CAStreamBasicDescription& b)
+template <class F> CAStreamBasicDescription With(CAStreamBasicDescription d, F change)
 {
-    return a == b;
+    change(d);
+    return d;
 }
 
-TEST(CAStreamBasicDescriptionTest, DefaultIsAllZeroAndMatchesEveryFormat)
+CAStreamBasicDescription Flags(CAStreamBasicDescription d, AudioFormatFlags set,
+                               AudioFormatFlags clear = 0)
+{
+    d.mFormatFlags = (d.mFormatFlags & ~clear) | set;
+    return d;
+}
+
+CAStreamBasicDescription AAC(AudioFormatFlags flags)
+{
+    CAStreamBasicDescription d;
+    d.mFormatID = kAudioFormatMPEG4AAC;
+    d.mFormatFlags = flags;
+    d.mFramesPerPacket = 1024;
+    return d;
+}
+
+struct Match
+{
+    const char* mWhat;
+    CAStreamBasicDescription mA;
+    CAStreamBasicDescription mB;
+    bool mEqual;
+};
+
+std::ostream& operator<<(std::ostream& out, const Match& m)
+{
+    return out << m.mWhat;
+}
+
+std::vector<Match> Matches()
+{
+    const AudioFormatFlags packed = kAudioFormatFlagIsPacked;
+    const AudioFormatFlags big = kAudioFormatFlagIsBigEndian;
+    const AudioFormatFlags isSigned = kAudioFormatFlagIsSignedInteger;
+    const AudioFormatFlags nonInterleaved = kAudioFormatFlagIsNonInterleaved;
+    const CAStreamBasicDescription f = FloatStereo();
+    const auto rate = [&](double r) { return With(f, [r](auto& d) { d.mSampleRate = r; }); };
+    const auto mono = [](CAStreamBasicDescription d) {
+        d.mChannelsPerFrame = 1;
+        return d;
+    };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<Match> matches = {
+        {"all-zero matches PCM", CAStreamBasicDescription(), f, true},
+        {"all-zero matches AAC", CAStreamBasicDescription(), AAC(3), true},
+        {"other rate", f, rate(96000.0), false},
+        {"zero rate", rate(0.0), rate(96000.0), true},
+        {"zero rate matches NaN", rate(0.0), rate(nan), true},
+        {"NaN never equals NaN", rate(nan), rate(nan), false},
+        {"zero format ID skips the flags",
+         Flags(With(f, [](auto& d) { d.mFormatID = 0; }), isSigned | big, ~0u), f, true},
+        {"other format ID", f, With(f, [](auto& d) { d.mFormatID = kAudioFormatAC3; }), false},
+        {"zero flags match any", Flags(f, 0, ~0u), Flags(f, isSigned, ~0u), true},
+        {"float vs integer", f, Flags(f, isSigned, ~0u), false},
+        {"non-PCM aligned-high counts", AAC(packed), AAC(packed | kAudioFormatFlagIsAlignedHigh),
+         false},
+        {"non-PCM all-clear counts", AAC(packed), AAC(packed | kAudioFormatFlagsAreAllClear),
+         false},
+        {"packed ignores aligned-high", f, Flags(f, kAudioFormatFlagIsAlignedHigh), true},
+        {"unpacked keeps aligned-high", Flags(f, 0, packed),
+         Flags(f, kAudioFormatFlagIsAlignedHigh, packed), false},
+        {"all-clear ignored", f, Flags(f, kAudioFormatFlagsAreAllClear), true},
+        {"all-clear ignored unpacked", Flags(f, 0, packed),
+         Flags(f, kAudioFormatFlagsAreAllClear, packed), true},
+        {"float ignores the signed bit", f, Flags(f, isSigned), true},
+        {"integer signedness counts", IntPCM(16, isSigned), IntPCM(16, packed), false},
+        {"packed 8-bit byte order ignored", IntPCM(8, packed), IntPCM(8, packed | big), true},
+        {"16-bit byte order counts", IntPCM(16, packed), IntPCM(16, packed | big), false},
+        {"unpacked 8-bit byte order counts", IntPCM(8, isSigned), IntPCM(8, isSigned | big), false},
+        {"mono interleaving ignored", mono(f), mono(Flags(f, 0, nonInterleaved)), true},
+        {"stereo interleaving counts", f, Flags(f, 0, nonInterleaved), false},
+    };
+    // Each plain numeric field: 0 on either side is a wildcard, two
+    // different nonzero values are not equal.
+    for (auto field :
+         {&CAStreamBasicDescription::mBytesPerPacket, &CAStreamBasicDescription::mFramesPerPacket,
+          &CAStreamBasicDescription::mBytesPerFrame, &CAStreamBasicDescription::mChannelsPerFrame,
+          &CAStreamBasicDescription::mBitsPerChannel}) {
+        const CAStreamBasicDescription three = With(f, [field](auto& d) { d.*field = 3; });
+        matches.push_back({"numeric field differs", f, three, false});
+        matches.push_back(
+            {"numeric field zero", With(f, [field](auto& d) { d.*field = 0; }), three, true});
+    }
+    return matches;
+}
+
+class CAStreamBasicDescriptionMatchTest : public ::testing::TestWithParam<Match>
+{
+};
+
+TEST_P(CAStreamBasicDescriptionMatchTest, WildcardEqualityIsSymmetric)
+{
+    const Match& m = GetParam();
+    EXPECT_EQ(m.mA == m.mB, m.mEqual);
+    EXPECT_EQ(m.mB == m.mA, m.mEqual);
+    EXPECT_EQ(m.mA.IsEqual(m.mB, true), m.mEqual);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sweep, CAStreamBasicDescriptionMatchTest, ::testing::ValuesIn(Matches()));
+
+TEST(CAStreamBasicDescriptionTest, ExactComparisonCoversEveryFieldButReservedAndNoWildcard)
 {
     CAStreamBasicDescription zero;
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&zero);
     for (std::size_t i = 0; i < sizeof zero; ++i) {
-        ASSERT_EQ(bytes[i], 0) << "byte " << i;
+        ASSERT_EQ(bytes[i], 0) << "default byte " << i;
     }
-    CAStreamBasicDescription aac;
-    aac.mFormatID = kAudioFormatMPEG4AAC;
-    aac.mFormatFlags = 3;
-    aac.mFramesPerPacket = 1024;
-    for (const CAStreamBasicDescription& other : {FloatStereo(), aac}) {
-        EXPECT_TRUE(zero == other);
-        EXPECT_TRUE(other == zero);
-        EXPECT_FALSE(zero.IsEqual(other, false));
-    }
-}
-
-TEST(CAStreamBasicDescriptionTest, ExactComparisonCoversEveryFieldButReserved)
-{
     const CAStreamBasicDescription base = FloatStereo();
-    CAStreamBasicDescription reserved = base;
-    reserved.mReserved = 7;
-    EXPECT_TRUE(base.IsEqual(reserved, false));
-    EXPECT_TRUE(base.IsEqual(reserved, true));
+    EXPECT_FALSE(zero.IsEqual(base, false));
+    EXPECT_FALSE(base.IsEqual(Flags(base, kAudioFormatFlagIsAlignedHigh), false));
+    EXPECT_TRUE(base.IsEqual(With(base, [](auto& d) { d.mReserved = 7; }), false));
 
-    UInt32 CAStreamBasicDescription::*fields[] = {
-        &CAStreamBasicDescription::mFormatID,       &CAStreamBasicDescription::mFormatFlags,
-        &CAStreamBasicDescription::mBytesPerPacket, &CAStreamBasicDescription::mFramesPerPacket,
-        &CAStreamBasicDescription::mBytesPerFrame,  &CAStreamBasicDescription::mChannelsPerFrame,
-        &CAStreamBasicDescription::mBitsPerChannel};
-    for (auto field : fields) {
-        CAStreamBasicDescription changed = base;
-        changed.*field += 1;
-        EXPECT_FALSE(base.IsEqual(changed, false));
+    for (auto field :
+         {&CAStreamBasicDescription::mFormatID, &CAStreamBasicDescription::mFormatFlags,
+          &CAStreamBasicDescription::mBytesPerPacket, &CAStreamBasicDescription::mFramesPerPacket,
+          &CAStreamBasicDescription::mBytesPerFrame, &CAStreamBasicDescription::mChannelsPerFrame,
+          &CAStreamBasicDescription::mBitsPerChannel}) {
+        EXPECT_FALSE(base.IsEqual(With(base, [field](auto& d) { d.*field += 1; }), false));
     }
-    CAStreamBasicDescription rate = base;
-    rate.mSampleRate = 48000.0;
-    EXPECT_FALSE(base.IsEqual(rate, false));
-}
-
-// Each of the plain numeric fields: 0 on either side is a wildcard, two
-// different nonzero values are not equal.
-TEST(CAStreamBasicDescriptionTest, ZeroFieldIsWildcardOnEitherSide)
-{
-    UInt32 CAStreamBasicDescription::*fields[] = {
-        &CAStreamBasicDescription::mBytesPerPacket, &CAStreamBasicDescription::mFramesPerPacket,
-        &CAStreamBasicDescription::mBytesPerFrame, &CAStreamBasicDescription::mChannelsPerFrame,
-        &CAStreamBasicDescription::mBitsPerChannel};
-    for (auto field : fields) {
-        CAStreamBasicDescription a = FloatStereo();
-        CAStreamBasicDescription b = FloatStereo();
-        b.*field = 3;
-        EXPECT_FALSE(Equal(a, b));
-        a.*field = 0;
-        EXPECT_TRUE(Equal(a, b));
-        EXPECT_TRUE(Equal(b, a));
-    }
-
-    CAStreamBasicDescription a = FloatStereo();
-    CAStreamBasicDescription b = FloatStereo();
-    b.mSampleRate = 96000.0;
-    EXPECT_FALSE(Equal(a, b));
-    a.mSampleRate = 0.0;
-    EXPECT_TRUE(Equal(a, b));
-    EXPECT_TRUE(Equal(b, a));
-
-    b.mSampleRate = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_TRUE(Equal(a, b)) << "a zero rate matches even NaN";
-    a.mSampleRate = b.mSampleRate;
-    EXPECT_FALSE(Equal(a, b)) << "NaN never equals NaN";
-}
-
-TEST(CAStreamBasicDescriptionTest, FormatIdAndFlagsWildcards)
-{
-    CAStreamBasicDescription pcm = FloatStereo();
-    CAStreamBasicDescription anyFormat = FloatStereo();
-    anyFormat.mFormatID = 0;
-    anyFormat.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian;
-    EXPECT_TRUE(Equal(anyFormat, pcm)) << "format ID 0 skips the flags";
-    EXPECT_TRUE(Equal(pcm, anyFormat));
-
-    CAStreamBasicDescription other = FloatStereo();
-    other.mFormatID = kAudioFormatAC3;
-    EXPECT_FALSE(Equal(pcm, other));
-
-    CAStreamBasicDescription anyFlags = FloatStereo();
-    anyFlags.mFormatFlags = 0;
-    CAStreamBasicDescription intFlags = FloatStereo();
-    intFlags.mFormatFlags = kAudioFormatFlagIsSignedInteger;
-    EXPECT_TRUE(Equal(anyFlags, intFlags));
-    EXPECT_TRUE(Equal(intFlags, anyFlags));
-    EXPECT_FALSE(Equal(pcm, intFlags));
-}
-
-TEST(CAStreamBasicDescriptionTest, NonPCMFlagsCompareExactly)
-{
-    CAStreamBasicDescription a;
-    a.mFormatID = kAudioFormatMPEG4AAC;
-    a.mFormatFlags = kAudioFormatFlagIsPacked;
-    CAStreamBasicDescription b = a;
-    b.mFormatFlags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsAlignedHigh;
-    EXPECT_FALSE(Equal(a, b)) << "only linear PCM flags are normalised";
-    b.mFormatFlags = kAudioFormatFlagIsPacked | kAudioFormatFlagsAreAllClear;
-    EXPECT_FALSE(Equal(a, b));
-}
-
-TEST(CAStreamBasicDescriptionTest, PCMFlagNormalisation)
-{
-    // Aligned-high is irrelevant only when both sides are packed.
-    CAStreamBasicDescription a = FloatStereo();
-    CAStreamBasicDescription b = FloatStereo();
-    b.mFormatFlags |= kAudioFormatFlagIsAlignedHigh;
-    EXPECT_TRUE(Equal(a, b));
-    EXPECT_FALSE(a.IsEqual(b, false));
-    a.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsPacked);
-    b.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsPacked);
-    EXPECT_FALSE(Equal(a, b));
-
-    // The all-clear marker is always ignored.
-    a = FloatStereo();
-    b = FloatStereo();
-    b.mFormatFlags |= kAudioFormatFlagsAreAllClear;
-    EXPECT_TRUE(Equal(a, b));
-    a.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsPacked);
-    b.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsPacked);
-    EXPECT_TRUE(Equal(a, b));
-
-    // Float samples ignore the signed-integer bit.
-    b = FloatStereo();
-    b.mFormatFlags |= kAudioFormatFlagIsSignedInteger;
-    EXPECT_TRUE(Equal(FloatStereo(), b));
-    CAStreamBasicDescription intSigned = IntPCM(16, 2, kAudioFormatFlagIsSignedInteger);
-    CAStreamBasicDescription intUnsigned = IntPCM(16, 2, kAudioFormatFlagIsPacked);
-    EXPECT_FALSE(Equal(intSigned, intUnsigned));
-
-    // Byte order of packed one-byte samples does not matter; of wider
-    // samples, or of unpacked ones, it does.
-    const AudioFormatFlags packed = kAudioFormatFlagIsPacked;
-    const AudioFormatFlags packedBig = packed | kAudioFormatFlagIsBigEndian;
-    EXPECT_TRUE(Equal(IntPCM(8, 2, packed), IntPCM(8, 2, packedBig)));
-    EXPECT_FALSE(Equal(IntPCM(16, 2, packed), IntPCM(16, 2, packedBig)));
-    EXPECT_FALSE(
-        Equal(IntPCM(8, 2, kAudioFormatFlagIsSignedInteger),
-              IntPCM(8, 2, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian)));
-
-    // Interleaving of a single channel does not matter.
-    CAStreamBasicDescription mono = FloatStereo();
-    mono.mChannelsPerFrame = 1;
-    CAStreamBasicDescription monoInterleaved = mono;
-    monoInterleaved.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsNonInterleaved);
-    EXPECT_TRUE(Equal(mono, monoInterleaved));
-    CAStreamBasicDescription stereoInterleaved = FloatStereo();
-    stereoInterleaved.mFormatFlags &= ~AudioFormatFlags(kAudioFormatFlagIsNonInterleaved);
-    EXPECT_FALSE(Equal(FloatStereo(), stereoInterleaved));
+    EXPECT_FALSE(base.IsEqual(With(base, [](auto& d) { d.mSampleRate = 48000.0; }), false));
 }
 
 TEST(CAStreamBasicDescriptionTest, StreamCountFollowsInterleaving)

@@ -47,19 +47,24 @@ struct ListStorage
     std::vector<std::uint64_t> bytes;
 };
 
-TEST(AUBufferListTest, AllocateAndPrepareDefaultStereo)
+class AUBufferListTest : public ::testing::Test
 {
-    AUBufferList list;
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    list.Allocate(stereo, 1156);
-    EXPECT_EQ(list.GetAllocatedStreams(), 2u);
-    EXPECT_EQ(list.GetAllocatedFrames(), 1156u);
-    EXPECT_EQ(list.GetAllocatedBytes(), 9248u) << "two strides of 4624 bytes";
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersInvalid);
-    EXPECT_EQ(StatusOf([&] { list.GetPreparedList(); }), -1);
+protected:
+    AUBufferList mList;
+    const CAStreamBasicDescription mStereo = FloatFormat(2, false);
+};
 
-    AudioBufferList& abl = list.PrepareBuffer(stereo, 512);
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersToOwnMemory);
+TEST_F(AUBufferListTest, AllocateAndPrepareDefaultStereo)
+{
+    mList.Allocate(mStereo, 1156);
+    EXPECT_EQ(mList.GetAllocatedStreams(), 2u);
+    EXPECT_EQ(mList.GetAllocatedFrames(), 1156u);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 9248u) << "two strides of 4624 bytes";
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersInvalid);
+    EXPECT_EQ(StatusOf([&] { mList.GetPreparedList(); }), -1);
+
+    AudioBufferList& abl = mList.PrepareBuffer(mStereo, 512);
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersToOwnMemory);
     ASSERT_EQ(abl.mNumberBuffers, 2u);
     for (UInt32 k = 0; k < 2; ++k) {
         EXPECT_EQ(abl.mBuffers[k].mNumberChannels, 1u);
@@ -68,100 +73,93 @@ TEST(AUBufferListTest, AllocateAndPrepareDefaultStereo)
     }
     EXPECT_EQ(Address(abl.mBuffers[1].mData) - Address(abl.mBuffers[0].mData), 4624u)
         << "stride follows the allocated frames, not the prepared ones";
-    EXPECT_EQ(&list.GetPreparedList(), &abl);
+    EXPECT_EQ(&mList.GetPreparedList(), &abl);
     // The whole block is writable (the sanitizer build checks the bounds).
     std::memset(abl.mBuffers[1].mData, 0, 4624);
 
-    EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(stereo, 1156); }), 0);
-    EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(stereo, 1157); }),
+    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1156); }), 0);
+    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1157); }),
               kAudioUnitErr_TooManyFramesToProcess);
 }
 
-TEST(AUBufferListTest, InterleavedFormatUsesOneBufferForAllChannels)
+TEST_F(AUBufferListTest, InterleavedFormatUsesOneBufferForAllChannels)
 {
-    AUBufferList list;
     const CAStreamBasicDescription format = FloatFormat(3, true);
-    list.Allocate(format, 100);
-    EXPECT_EQ(list.GetAllocatedStreams(), 1u);
-    EXPECT_EQ(list.GetAllocatedBytes(), 1200u);
-    AudioBufferList& abl = list.PrepareBuffer(format, 10);
+    mList.Allocate(format, 100);
+    EXPECT_EQ(mList.GetAllocatedStreams(), 1u);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 1200u);
+    AudioBufferList& abl = mList.PrepareBuffer(format, 10);
     ASSERT_EQ(abl.mNumberBuffers, 1u);
     EXPECT_EQ(abl.mBuffers[0].mNumberChannels, 3u);
     EXPECT_EQ(abl.mBuffers[0].mDataByteSize, 120u);
 }
 
-TEST(AUBufferListTest, AllocationOnlyGrowsButFramesFollowTheLastRequest)
+TEST_F(AUBufferListTest, AllocationOnlyGrowsButFramesFollowTheLastRequest)
 {
-    AUBufferList list;
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    list.Allocate(stereo, 1156);
-    void* first = list.PrepareBuffer(stereo, 1).mBuffers[0].mData;
+    mList.Allocate(mStereo, 1156);
+    void* first = mList.PrepareBuffer(mStereo, 1).mBuffers[0].mData;
 
-    list.Allocate(FloatFormat(1, false), 64);
-    EXPECT_EQ(list.GetAllocatedStreams(), 2u) << "header never shrinks";
-    EXPECT_EQ(list.GetAllocatedBytes(), 9248u) << "memory never shrinks";
-    EXPECT_EQ(list.GetAllocatedFrames(), 64u);
-    EXPECT_EQ(list.PrepareBuffer(FloatFormat(1, false), 64).mBuffers[0].mData, first);
+    mList.Allocate(FloatFormat(1, false), 64);
+    EXPECT_EQ(mList.GetAllocatedStreams(), 2u) << "header never shrinks";
+    EXPECT_EQ(mList.GetAllocatedBytes(), 9248u) << "memory never shrinks";
+    EXPECT_EQ(mList.GetAllocatedFrames(), 64u);
+    EXPECT_EQ(mList.PrepareBuffer(FloatFormat(1, false), 64).mBuffers[0].mData, first);
 
-    list.Allocate(stereo, 0);
-    EXPECT_EQ(list.GetAllocatedBytes(), 9248u);
-    EXPECT_EQ(list.GetAllocatedFrames(), 0u);
-    EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(stereo, 1); }),
+    mList.Allocate(mStereo, 0);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 9248u);
+    EXPECT_EQ(mList.GetAllocatedFrames(), 0u);
+    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1); }),
               kAudioUnitErr_TooManyFramesToProcess);
-    EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(stereo, 0); }), 0);
+    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 0); }), 0);
 
-    list.Allocate(FloatFormat(4, false), 2000);
-    EXPECT_EQ(list.GetAllocatedStreams(), 4u);
-    EXPECT_EQ(list.GetAllocatedBytes(), 32000u);
+    mList.Allocate(FloatFormat(4, false), 2000);
+    EXPECT_EQ(mList.GetAllocatedStreams(), 4u);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 32000u);
 }
 
-TEST(AUBufferListTest, SizeOverflowsThrowBeforeAnythingChanges)
+TEST_F(AUBufferListTest, SizeOverflowsThrowBeforeAnythingChanges)
 {
-    AUBufferList list;
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    list.Allocate(stereo, 256);
+    mList.Allocate(mStereo, 256);
 
     auto expectUnchanged = [&](const char* what) {
-        EXPECT_EQ(list.GetAllocatedStreams(), 2u) << what;
-        EXPECT_EQ(list.GetAllocatedFrames(), 256u) << what;
-        EXPECT_EQ(list.GetAllocatedBytes(), 2048u) << what;
-        EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(stereo, 256); }), 0) << what;
+        EXPECT_EQ(mList.GetAllocatedStreams(), 2u) << what;
+        EXPECT_EQ(mList.GetAllocatedFrames(), 256u) << what;
+        EXPECT_EQ(mList.GetAllocatedBytes(), 2048u) << what;
+        EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 256); }), 0) << what;
     };
 
     // Header: 8 + 16 n must fit 32 bits.
     CAStreamBasicDescription manyStreams = FloatFormat(0x10000000, false);
-    EXPECT_THROW(list.Allocate(manyStreams, 0), std::bad_alloc);
+    EXPECT_THROW(mList.Allocate(manyStreams, 0), std::bad_alloc);
     expectUnchanged("stream count");
 
     // Stride: frames x bytes per frame + 15 must fit 32 bits, wrapping to a
     // small number included.
     CAStreamBasicDescription wide = FloatFormat(1, true);
     wide.mBytesPerFrame = 0x10000;
-    EXPECT_THROW(list.Allocate(wide, 0x10000), std::bad_alloc);
+    EXPECT_THROW(mList.Allocate(wide, 0x10000), std::bad_alloc);
     expectUnchanged("stride wraps to 0");
     wide.mBytesPerFrame = 0xFFFFFFF1;
-    EXPECT_THROW(list.Allocate(wide, 1), std::bad_alloc);
+    EXPECT_THROW(mList.Allocate(wide, 1), std::bad_alloc);
     expectUnchanged("rounding up wraps");
 
     // Total: streams x stride must fit 32 bits (here it would wrap to 0).
     CAStreamBasicDescription many = FloatFormat(0x100, false);
-    EXPECT_THROW(list.Allocate(many, 0x400000), std::bad_alloc);
+    EXPECT_THROW(mList.Allocate(many, 0x400000), std::bad_alloc);
     expectUnchanged("total");
 
     // Zero bytes per frame is no overflow: nothing to allocate.
     wide.mBytesPerFrame = 0;
-    EXPECT_NO_THROW(list.Allocate(wide, 0xFFFFFFFF));
+    EXPECT_NO_THROW(mList.Allocate(wide, 0xFFFFFFFF));
 }
 
-TEST(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
+TEST_F(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
 {
-    AUBufferList list;
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    list.Allocate(stereo, 0);
-    EXPECT_EQ(list.GetAllocatedBytes(), 0u);
+    mList.Allocate(mStereo, 0);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 0u);
 
-    AudioBufferList& abl = list.PrepareNullBuffer(stereo, 4096);
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersToExternalMemory);
+    AudioBufferList& abl = mList.PrepareNullBuffer(mStereo, 4096);
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersToExternalMemory);
     ASSERT_EQ(abl.mNumberBuffers, 2u);
     for (UInt32 k = 0; k < 2; ++k) {
         EXPECT_EQ(abl.mBuffers[k].mData, nullptr);
@@ -171,8 +169,9 @@ TEST(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
 
     // A format needing more buffers than the header holds is refused by both.
     const CAStreamBasicDescription five = FloatFormat(5, false);
-    EXPECT_EQ(StatusOf([&] { list.PrepareNullBuffer(five, 1); }), kAudioUnitErr_FormatNotSupported);
-    EXPECT_EQ(StatusOf([&] { list.PrepareBuffer(five, 0); }), kAudioUnitErr_FormatNotSupported);
+    EXPECT_EQ(StatusOf([&] { mList.PrepareNullBuffer(five, 1); }),
+              kAudioUnitErr_FormatNotSupported);
+    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(five, 0); }), kAudioUnitErr_FormatNotSupported);
 
     AUBufferList fresh;
     EXPECT_EQ(StatusOf([&] { fresh.PrepareNullBuffer(FloatFormat(1, true), 1); }),
@@ -180,26 +179,23 @@ TEST(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
         << "no header before the first allocation";
 }
 
-TEST(AUBufferListTest, DeallocateForgetsMemoryAndInvalidates)
+TEST_F(AUBufferListTest, DeallocateForgetsMemoryAndInvalidates)
 {
-    AUBufferList list;
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    list.Allocate(stereo, 512);
-    list.PrepareBuffer(stereo, 512);
-    list.Deallocate();
-    EXPECT_EQ(list.GetAllocatedStreams(), 0u);
-    EXPECT_EQ(list.GetAllocatedFrames(), 0u);
-    EXPECT_EQ(list.GetAllocatedBytes(), 0u);
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersInvalid);
-    EXPECT_EQ(StatusOf([&] { list.GetPreparedList(); }), -1);
+    mList.Allocate(mStereo, 512);
+    mList.PrepareBuffer(mStereo, 512);
+    mList.Deallocate();
+    EXPECT_EQ(mList.GetAllocatedStreams(), 0u);
+    EXPECT_EQ(mList.GetAllocatedFrames(), 0u);
+    EXPECT_EQ(mList.GetAllocatedBytes(), 0u);
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersInvalid);
+    EXPECT_EQ(StatusOf([&] { mList.GetPreparedList(); }), -1);
 
-    list.Allocate(stereo, 512);
-    EXPECT_EQ(list.PrepareBuffer(stereo, 512).mBuffers[1].mDataByteSize, 2048u);
+    mList.Allocate(mStereo, 512);
+    EXPECT_EQ(mList.PrepareBuffer(mStereo, 512).mBuffers[1].mDataByteSize, 2048u);
 }
 
-TEST(AUBufferListTest, ExternalMemoryIsUsedButNeverFreed)
+TEST_F(AUBufferListTest, ExternalMemoryIsUsedButNeverFreed)
 {
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
     // Blocks from operator new: freeing one with free() would be reported by
     // the sanitizer build.
     std::vector<std::uint64_t> block(9250 / 8 + 1);
@@ -207,73 +203,70 @@ TEST(AUBufferListTest, ExternalMemoryIsUsedButNeverFreed)
     AudioUnitExternalBuffer exact{reinterpret_cast<Byte*>(block.data()), 9250};
     AudioUnitExternalBuffer small{reinterpret_cast<Byte*>(block.data()), 9247};
 
-    AUBufferList list;
-    list.UseExternalBuffer(stereo, exact);
-    EXPECT_FALSE(list.IsMemoryExternal()) << "ignored before anything is allocated";
+    mList.UseExternalBuffer(mStereo, exact);
+    EXPECT_FALSE(mList.IsMemoryExternal()) << "ignored before anything is allocated";
 
-    list.Allocate(stereo, 1156);
-    list.UseExternalBuffer(stereo, small);
-    EXPECT_FALSE(list.IsMemoryExternal()) << "ignored when smaller than the allocation";
+    mList.Allocate(mStereo, 1156);
+    mList.UseExternalBuffer(mStereo, small);
+    EXPECT_FALSE(mList.IsMemoryExternal()) << "ignored when smaller than the allocation";
 
-    CAStreamBasicDescription noBytes = stereo;
+    CAStreamBasicDescription noBytes = mStereo;
     noBytes.mBytesPerFrame = 0;
-    list.UseExternalBuffer(noBytes, exact);
-    EXPECT_FALSE(list.IsMemoryExternal()) << "ignored when no frame count follows";
+    mList.UseExternalBuffer(noBytes, exact);
+    EXPECT_FALSE(mList.IsMemoryExternal()) << "ignored when no frame count follows";
 
-    list.UseExternalBuffer(stereo, exact);
-    EXPECT_TRUE(list.IsMemoryExternal());
-    EXPECT_EQ(list.GetAllocatedBytes(), 9248u) << "rounded down to 16 bytes";
-    EXPECT_EQ(list.GetAllocatedFrames(), 1156u);
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersInvalid);
-    AudioBufferList& abl = list.PrepareBuffer(stereo, 1156);
+    mList.UseExternalBuffer(mStereo, exact);
+    EXPECT_TRUE(mList.IsMemoryExternal());
+    EXPECT_EQ(mList.GetAllocatedBytes(), 9248u) << "rounded down to 16 bytes";
+    EXPECT_EQ(mList.GetAllocatedFrames(), 1156u);
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersInvalid);
+    AudioBufferList& abl = mList.PrepareBuffer(mStereo, 1156);
     EXPECT_EQ(abl.mBuffers[0].mData, block.data());
     EXPECT_EQ(Address(abl.mBuffers[1].mData) - Address(block.data()), 4624u);
 
     // A larger host block replaces the first one, which is only forgotten.
-    list.UseExternalBuffer(stereo, {reinterpret_cast<Byte*>(second.data()), 16000});
-    EXPECT_EQ(list.GetAllocatedFrames(), 2000u);
+    mList.UseExternalBuffer(mStereo, {reinterpret_cast<Byte*>(second.data()), 16000});
+    EXPECT_EQ(mList.GetAllocatedFrames(), 2000u);
 
     // Growing beyond the host block goes back to own memory.
-    list.Allocate(stereo, 4000);
-    EXPECT_FALSE(list.IsMemoryExternal());
-    EXPECT_EQ(list.GetAllocatedBytes(), 32000u);
-    EXPECT_NE(list.PrepareBuffer(stereo, 4000).mBuffers[0].mData, second.data());
+    mList.Allocate(mStereo, 4000);
+    EXPECT_FALSE(mList.IsMemoryExternal());
+    EXPECT_EQ(mList.GetAllocatedBytes(), 32000u);
+    EXPECT_NE(mList.PrepareBuffer(mStereo, 4000).mBuffers[0].mData, second.data());
 
     AUBufferList external;
-    external.Allocate(stereo, 16);
-    external.UseExternalBuffer(stereo, {reinterpret_cast<Byte*>(second.data()), 16000});
+    external.Allocate(mStereo, 16);
+    external.UseExternalBuffer(mStereo, {reinterpret_cast<Byte*>(second.data()), 16000});
     external.Deallocate();
     EXPECT_FALSE(external.IsMemoryExternal());
     EXPECT_EQ(external.GetAllocatedBytes(), 0u);
 }
 
-TEST(AUBufferListTest, CallerListAndPointerCopies)
+TEST_F(AUBufferListTest, CallerListAndPointerCopies)
 {
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    AUBufferList list;
-    list.Allocate(stereo, 64);
+    mList.Allocate(mStereo, 64);
 
     ListStorage dest(2);
-    EXPECT_EQ(StatusOf([&] { list.CopyPointersTo(dest.List()); }), -1) << "not prepared";
+    EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(dest.List()); }), -1) << "not prepared";
 
     float left[64] = {};
     float right[64] = {};
     ListStorage host(2);
     host.List().mBuffers[0] = {1, 256, left};
     host.List().mBuffers[1] = {1, 256, right};
-    list.UseCallerList(host.List());
-    EXPECT_EQ(list.GetPointerState(), AUBufferList::kPointersToExternalMemory);
-    EXPECT_EQ(list.GetPreparedList().mBuffers[1].mData, right);
+    mList.UseCallerList(host.List());
+    EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersToExternalMemory);
+    EXPECT_EQ(mList.GetPreparedList().mBuffers[1].mData, right);
 
     ListStorage three(3);
-    EXPECT_EQ(StatusOf([&] { list.UseCallerList(three.List()); }), -1)
+    EXPECT_EQ(StatusOf([&] { mList.UseCallerList(three.List()); }), -1)
         << "more buffers than the header holds";
-    EXPECT_EQ(StatusOf([&] { list.CopyPointersTo(three.List()); }), -1);
+    EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(three.List()); }), -1);
 
-    AudioBufferList& own = list.PrepareBuffer(stereo, 32);
+    AudioBufferList& own = mList.PrepareBuffer(mStereo, 32);
     dest.List().mBuffers[0] = {9, 9, nullptr};
     dest.List().mBuffers[1] = {9, 9, nullptr};
-    list.CopyPointersTo(dest.List());
+    mList.CopyPointersTo(dest.List());
     EXPECT_EQ(dest.List().mNumberBuffers, 2u);
     for (UInt32 k = 0; k < 2; ++k) {
         EXPECT_EQ(dest.List().mBuffers[k].mData, own.mBuffers[k].mData);
@@ -282,16 +275,14 @@ TEST(AUBufferListTest, CallerListAndPointerCopies)
     }
 }
 
-TEST(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
+TEST_F(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
 {
-    const CAStreamBasicDescription stereo = FloatFormat(2, false);
-    AUBufferList list;
-    list.Allocate(stereo, 8);
+    mList.Allocate(mStereo, 8);
 
     ListStorage dest(3);
-    EXPECT_EQ(StatusOf([&] { list.CopyContentsTo(dest.List()); }), -1) << "not prepared";
+    EXPECT_EQ(StatusOf([&] { mList.CopyContentsTo(dest.List()); }), -1) << "not prepared";
 
-    AudioBufferList& src = list.PrepareBuffer(stereo, 4);
+    AudioBufferList& src = mList.PrepareBuffer(mStereo, 4);
     for (int i = 0; i < 4; ++i) {
         static_cast<float*>(src.mBuffers[0].mData)[i] = 1.0f + i;
         static_cast<float*>(src.mBuffers[1].mData)[i] = 10.0f + i;
@@ -305,7 +296,7 @@ TEST(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
     for (UInt32 k = 0; k < 3; ++k) {
         dest.List().mBuffers[k] = {1, 32, out[k]};
     }
-    list.CopyContentsTo(dest.List());
+    mList.CopyContentsTo(dest.List());
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(out[0][i], 1.0f + i);
         EXPECT_EQ(out[1][i], 10.0f + i);
@@ -318,8 +309,8 @@ TEST(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
 
     // Copying a list onto itself leaves the samples as they are.
     dest.List().mNumberBuffers = 2;
-    list.CopyPointersTo(dest.List());
-    list.CopyContentsTo(dest.List());
+    mList.CopyPointersTo(dest.List());
+    mList.CopyContentsTo(dest.List());
     EXPECT_EQ(static_cast<float*>(src.mBuffers[1].mData)[3], 13.0f);
 }
 
