@@ -2,8 +2,8 @@
 
 #include <sys/stat.h>
 
-SoundFileStream::SoundFileStream(std::FILE* file) : mFile(file), mBuffer(kBufferBytes) {
-  std::setvbuf(mFile, mBuffer.data(), _IOFBF, mBuffer.size());
+SoundFileStream::SoundFileStream(std::FILE* file) : mFile(file), mBuffer(new char[kBufferBytes]) {
+  std::setvbuf(mFile, mBuffer.get(), _IOFBF, kBufferBytes);
 }
 
 SoundFileStream::~SoundFileStream() {

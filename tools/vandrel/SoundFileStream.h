@@ -7,7 +7,7 @@
 #include <sndfile.h>
 
 #include <cstdio>
-#include <vector>
+#include <memory>
 
 class SoundFileStream {
  public:
@@ -35,5 +35,5 @@ class SoundFileStream {
   static sf_count_t tell(void* user);
 
   std::FILE* mFile;
-  std::vector<char> mBuffer;
+  std::unique_ptr<char[]> mBuffer;  // left uninitialized: stdio fills it
 };
