@@ -1717,8 +1717,9 @@ OSStatus AUBase::SaveState(CFPropertyListRef* outData)
 // refused state leaves the unit as it was. Beyond the identity checks
 // (version 0, same subtype and manufacturer, no "part"), every value read must
 // have its type: numbers for "version", "subtype", "manufacturer",
-// "render-quality" and "cpu-load", data for "data", a string for "name", and a
-// dictionary of dictionaries for "element-name". The parameter blob must be a
+// "render-quality" and "cpu-load", data for "data", a string for "name", and
+// for "element-name" a dictionary of dictionaries whose names are strings
+// (element names are handed out again as strings). The parameter blob must be a
 // whole number of records: each header (scope, element, count) and each
 // record's entries lie inside the data, so applying it never reads past the
 // end. Any failure is kAudioUnitErr_InvalidPropertyValue.
@@ -1757,6 +1758,17 @@ OSStatus AUBase::ValidateState(CFDictionaryRef inDict, const AudioComponentDescr
         for (const void* value : values) {
             if (!IsOfType(value, CFDictionaryGetTypeID())) {
                 return kAudioUnitErr_InvalidPropertyValue;
+            }
+            const CFDictionaryRef scopeNames = static_cast<CFDictionaryRef>(value);
+            const CFIndex nameCount = CFDictionaryGetCount(scopeNames);
+            std::vector<const void*> elementNames(static_cast<size_t>(nameCount));
+            if (nameCount > 0) {
+                CFDictionaryGetKeysAndValues(scopeNames, nullptr, elementNames.data());
+            }
+            for (const void* name : elementNames) {
+                if (!IsOfType(name, CFStringGetTypeID())) {
+                    return kAudioUnitErr_InvalidPropertyValue;
+                }
             }
         }
     }

@@ -239,6 +239,14 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
              Put(names, "2", Str("b"));
              Put(d, "element-name", names);
          }},
+        {"element name as number",
+         [](CFMutableDictionaryRef d) {
+             CFMutableDictionaryRef outputs = NewDict();
+             Put(outputs, "0", Int(5));
+             CFMutableDictionaryRef names = NewDict();
+             Put(names, "2", outputs);
+             Put(d, "element-name", names);
+         }},
         {"header cut short",
          [&](CFMutableDictionaryRef d) { Put(d, "data", Data(good + Bytes(11, 0))); }},
         {"entries cut short",
