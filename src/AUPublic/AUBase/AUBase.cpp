@@ -864,34 +864,50 @@ void AUBase::CallRenderNotifications(AudioUnitRenderActionFlags inFlags,
     }
 }
 
+// The request checks return their status instead of throwing it: a thrown
+// exception is allocated on the heap, and a host may keep sending a request
+// that breaks the contract.
+OSStatus AUBase::CheckRenderRequest(UInt32 inBusNumber, UInt32 inFramesToProcess,
+                                    AudioBufferList& ioData, AUOutputElement*& outOutput)
+{
+    AUElement* element = Outputs().GetElement(inBusNumber);
+    if (element == nullptr || element->AsIOElement() == nullptr) {
+        return kAudioUnitErr_InvalidElement;
+    }
+    outOutput = static_cast<AUOutputElement*>(element);
+    const CAStreamBasicDescription& format = outOutput->GetStreamFormat();
+    if (ioData.mNumberBuffers != format.StreamCount()) {
+        return paramErr;
+    }
+    const UInt32 expectedBytes = inFramesToProcess * format.mBytesPerFrame;
+    for (UInt32 i = 0; i < ioData.mNumberBuffers; ++i) {
+        AudioBuffer& buffer = ioData.mBuffers[i];
+        if (buffer.mData != nullptr) {
+            if (buffer.mDataByteSize < expectedBytes) {
+                return paramErr;
+            }
+            buffer.mDataByteSize = expectedBytes;
+        }
+    }
+    return noErr;
+}
+
 OSStatus AUBase::DoRender(AudioUnitRenderActionFlags& ioActionFlags,
                           const AudioTimeStamp& inTimeStamp, UInt32 inBusNumber,
                           UInt32 inFramesToProcess, AudioBufferList& ioData)
 {
     const DenormalFlushScope flushDenormals;
     OSStatus error = noErr;
+    AUOutputElement* output = nullptr;
     if (!mInitialized) {
         error = kAudioUnitErr_Uninitialized;
     } else if (inFramesToProcess > mMaxFramesPerSlice) {
         error = kAudioUnitErr_TooManyFramesToProcess;
     } else {
+        error = CheckRenderRequest(inBusNumber, inFramesToProcess, ioData, output);
+    }
+    if (error == noErr) {
         try {
-            AUOutputElement* output = GetOutput(inBusNumber);
-            const CAStreamBasicDescription& format = output->GetStreamFormat();
-            if (ioData.mNumberBuffers != format.StreamCount()) {
-                throw static_cast<OSStatus>(paramErr);
-            }
-            const UInt32 expectedBytes = inFramesToProcess * format.mBytesPerFrame;
-            for (UInt32 i = 0; i < ioData.mNumberBuffers; ++i) {
-                AudioBuffer& buffer = ioData.mBuffers[i];
-                if (buffer.mData != nullptr) {
-                    if (buffer.mDataByteSize < expectedBytes) {
-                        throw static_cast<OSStatus>(paramErr);
-                    }
-                    buffer.mDataByteSize = expectedBytes;
-                }
-            }
-
             const bool notify = mRenderCallbacksTouched.load(std::memory_order_acquire);
             if (notify) {
                 mRenderCallbacks.update();

@@ -501,7 +501,13 @@ private:
     // Stores inError as the last render error unless one is pending, and
     // then notifies its listeners. [render]
     void RecordRenderError(OSStatus inError);
-    // Calls every active render notification with its own copy of inFlags.
+    // Finds the output bus of a render and checks the host's buffers for it
+    // (count, sizes), trimming larger buffers to the request: noErr,
+    // kAudioUnitErr_InvalidElement or paramErr. [render]
+    OSStatus CheckRenderRequest(UInt32 inBusNumber, UInt32 inFramesToProcess,
+                                AudioBufferList& ioData, AUOutputElement*& outOutput);
+    // Calls every active render notification with one flags word, a copy of
+    // inFlags that they share (each sees what the earlier ones left in it).
     // [render]
     void CallRenderNotifications(AudioUnitRenderActionFlags inFlags,
                                  const AudioTimeStamp& inTimeStamp, UInt32 inBusNumber,
