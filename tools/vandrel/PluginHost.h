@@ -73,6 +73,7 @@ class PluginHost {
   OSStatus render(float* const* in, float* const* out, unsigned frames);
 
  private:
+  // The unit's input callback: hands it the block being rendered. [render]
   static OSStatus supplyInput(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* timeStamp,
                               UInt32 bus, UInt32 frames, AudioBufferList* data);
 
