@@ -1,9 +1,9 @@
 /*
- * A small gain effect used only by the runtime's tests, written directly
- * against the platform headers. It exports a factory (TestGainFactory) and a
- * Component Manager entry function (TestGainEntry) over one unit class, so
- * that the tests can open it both ways and check that every host call
- * arrives with its arguments intact.
+ * The runtime's test component, written directly against the platform
+ * headers. It exports a factory (TestGainFactory) and a Component Manager
+ * entry function (TestGainEntry) over one unit class that records every call
+ * it receives, so that the tests can open it both ways and check that each
+ * host call arrives with its selector and arguments intact.
  *
  * Like a real plug-in it looks up the runtime's instance-storage and
  * description functions at run time in libAudioUnit.so, and it answers two
@@ -18,17 +18,13 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
-#include <utility>
-#include <vector>
 
 #include "TestGainUnit.h"
 
 namespace {
-
-constexpr UInt32 kMaxNotifications = 4;
-constexpr UInt32 kMaxEvents = 16;
 
 /* The runtime functions a plug-in looks up by name. */
 struct RuntimeCalls
@@ -63,12 +59,10 @@ const RuntimeCalls& Runtime()
     return sCalls;
 }
 
-struct Listener
+template <typename T> T* Pointer(UInt64 slot)
 {
-    AudioUnitPropertyID id;
-    AudioUnitPropertyListenerProc proc;
-    void* refCon;
-};
+    return reinterpret_cast<T*>(static_cast<std::uintptr_t>(slot));
+}
 
 class GainUnit
 {
@@ -76,49 +70,58 @@ public:
     GainUnit(ComponentInstance instance, bool factoryStyle)
         : mInstance(instance), mFactoryStyle(factoryStyle)
     {
-        mListeners.reserve(8);
     }
 
-    OSStatus Initialize()
+    /* Keeps the call as its last one (unless it reads that record) and
+       answers it: the private properties are read-only, every other call
+       succeeds. Allocates nothing. */
+    OSStatus Receive(const TestGainCall& call)
     {
-        mInitialized = true;
-        return noErr;
-    }
-
-    OSStatus Uninitialize()
-    {
-        mInitialized = false;
-        return noErr;
-    }
-
-    OSStatus GetPropertyInfo(AudioUnitPropertyID id, AudioUnitScope, AudioUnitElement, UInt32* size,
-                             Boolean* writable)
-    {
-        const Property property = Find(id);
-        if (property.mData == nullptr) {
+        const UInt32 id = static_cast<UInt32>(call.mArgs[0]);
+        const bool property = call.mWhat == kAudioUnitGetPropertyInfoSelect ||
+                              call.mWhat == kAudioUnitGetPropertySelect;
+        const TestGainCall last = mLast;
+        if (!property || id != kTestGainProperty_LastCall) {
+            mLast = call;
+        }
+        if (!property) {
+            return noErr;
+        }
+        UInt32 size = 0;
+        AudioComponentDescription description;
+        Handle storage = nullptr;
+        const void* value = nullptr;
+        switch (id) {
+        case kTestGainProperty_Description:
+            size = sizeof(description);
+            value = &description;
+            break;
+        case kTestGainProperty_Storage:
+            size = sizeof(storage);
+            value = &storage;
+            break;
+        case kTestGainProperty_LastCall:
+            size = sizeof(last);
+            value = &last;
+            break;
+        default:
             return kAudioUnitErr_InvalidProperty;
         }
-        if (size != nullptr) {
-            *size = property.mSize;
+        if (call.mWhat == kAudioUnitGetPropertyInfoSelect) {
+            if (UInt32* outSize = Pointer<UInt32>(call.mArgs[3])) {
+                *outSize = size;
+            }
+            if (Boolean* writable = Pointer<Boolean>(call.mArgs[4])) {
+                *writable = false;
+            }
+            return noErr;
         }
-        if (writable != nullptr) {
-            *writable = property.mWritable;
-        }
-        return noErr;
-    }
-
-    OSStatus GetProperty(AudioUnitPropertyID id, AudioUnitScope, AudioUnitElement, void* data,
-                         UInt32* ioSize)
-    {
-        const Property property = Find(id);
-        if (property.mData == nullptr) {
-            return kAudioUnitErr_InvalidProperty;
-        }
-        if (data == nullptr || ioSize == nullptr || *ioSize < property.mSize) {
+        UInt32* ioSize = Pointer<UInt32>(call.mArgs[4]);
+        if (call.mArgs[3] == 0 || ioSize == nullptr || *ioSize < size) {
             return paramErr;
         }
         if (id == kTestGainProperty_Description) {
-            OSStatus status = OwnDescription(mDescription);
+            OSStatus status = OwnDescription(description);
             if (status != noErr) {
                 return status;
             }
@@ -126,203 +129,14 @@ public:
             if (Runtime().getStorage == nullptr) {
                 return kAudio_UnimplementedError;
             }
-            mStorage = Runtime().getStorage(mInstance);
+            storage = Runtime().getStorage(mInstance);
         }
-        std::memcpy(data, property.mData, property.mSize);
-        *ioSize = property.mSize;
+        std::memcpy(Pointer<void>(call.mArgs[3]), value, size);
+        *ioSize = size;
         return noErr;
-    }
-
-    OSStatus SetProperty(AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
-                         const void* data, UInt32 size)
-    {
-        const Property property = Find(id);
-        if (!property.mWritable) {
-            return kAudioUnitErr_InvalidProperty;
-        }
-        if (data == nullptr || size != property.mSize) {
-            return kAudioUnitErr_InvalidPropertyValue;
-        }
-        if (id == kAudioUnitProperty_MaximumFramesPerSlice && mInitialized) {
-            return kAudioUnitErr_Initialized;
-        }
-        std::memcpy(property.mData, data, size);
-        for (const Listener& listener : mListeners) {
-            if (listener.id == id) {
-                listener.proc(listener.refCon, mInstance, id, scope, element);
-            }
-        }
-        return noErr;
-    }
-
-    OSStatus AddPropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
-                                 void* refCon)
-    {
-        mListeners.push_back(Listener{id, proc, refCon});
-        return noErr;
-    }
-
-    OSStatus RemovePropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
-                                    void* refCon)
-    {
-        mListeners.erase(std::remove_if(mListeners.begin(), mListeners.end(),
-                                        [&](const Listener& l) {
-                                            return l.id == id && l.proc == proc &&
-                                                   l.refCon == refCon;
-                                        }),
-                         mListeners.end());
-        return noErr;
-    }
-
-    OSStatus GetParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
-                          AudioUnitParameterValue* value)
-    {
-        if (id != kTestGainParam_Gain || scope != kAudioUnitScope_Global || element != 0) {
-            return kAudioUnitErr_InvalidParameter;
-        }
-        if (value == nullptr) {
-            return paramErr;
-        }
-        *value = mGain;
-        return noErr;
-    }
-
-    OSStatus SetParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
-                          AudioUnitParameterValue value, UInt32)
-    {
-        if (id != kTestGainParam_Gain || scope != kAudioUnitScope_Global || element != 0) {
-            return kAudioUnitErr_InvalidParameter;
-        }
-        mGain = value;
-        return noErr;
-    }
-
-    OSStatus ScheduleParameters(const AudioUnitParameterEvent* events, UInt32 count)
-    {
-        if (events == nullptr || mEventCount + count > kMaxEvents) {
-            return paramErr;
-        }
-        for (UInt32 i = 0; i < count; ++i) {
-            if (events[i].parameter != kTestGainParam_Gain ||
-                events[i].eventType != kParameterEvent_Immediate) {
-                return kAudioUnitErr_InvalidParameter;
-            }
-        }
-        std::copy(events, events + count, mEvents + mEventCount);
-        mEventCount += count;
-        return noErr;
-    }
-
-    OSStatus Reset(AudioUnitScope, AudioUnitElement)
-    {
-        ++mResetCount;
-        return noErr;
-    }
-
-    OSStatus AddRenderNotify(AURenderCallback proc, void* refCon)
-    {
-        if (proc == nullptr || mNotificationCount == kMaxNotifications) {
-            return paramErr;
-        }
-        mNotifications[mNotificationCount++] = AURenderCallbackStruct{proc, refCon};
-        return noErr;
-    }
-
-    OSStatus RemoveRenderNotify(AURenderCallback proc, void* refCon)
-    {
-        for (UInt32 i = 0; i < mNotificationCount; ++i) {
-            if (mNotifications[i].inputProc == proc &&
-                mNotifications[i].inputProcRefCon == refCon) {
-                mNotifications[i] = mNotifications[--mNotificationCount];
-                break;
-            }
-        }
-        return noErr;
-    }
-
-    /* Pulls the input through the host callback into ioData and scales it by
-       the gain; a scheduled immediate gain change takes effect at its
-       offset. Pre- and post-render notifications surround the work. */
-    OSStatus Render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
-                    UInt32 frames, AudioBufferList* data)
-    {
-        if (flags == nullptr || time == nullptr || data == nullptr) {
-            return paramErr;
-        }
-        if (!mInitialized) {
-            return kAudioUnitErr_Uninitialized;
-        }
-        if (frames > mMaxFrames) {
-            return kAudioUnitErr_TooManyFramesToProcess;
-        }
-        if (mInput.inputProc == nullptr) {
-            return kAudioUnitErr_NoConnection;
-        }
-        Notify(kAudioUnitRenderAction_PreRender, time, bus, frames, data);
-        AudioUnitRenderActionFlags inputFlags = 0;
-        OSStatus status =
-            mInput.inputProc(mInput.inputProcRefCon, &inputFlags, time, 0, frames, data);
-        if (status == noErr) {
-            for (UInt32 b = 0; b < data->mNumberBuffers; ++b) {
-                Float32* samples = static_cast<Float32*>(data->mBuffers[b].mData);
-                Float32 gain = mGain;
-                for (UInt32 f = 0; f < frames; ++f) {
-                    for (UInt32 e = 0; e < mEventCount; ++e) {
-                        if (mEvents[e].eventValues.immediate.bufferOffset == f) {
-                            gain = mEvents[e].eventValues.immediate.value;
-                        }
-                    }
-                    samples[f] *= gain;
-                }
-                if (b + 1 == data->mNumberBuffers) {
-                    mGain = gain;
-                }
-            }
-        }
-        mEventCount = 0;
-        Notify(kAudioUnitRenderAction_PostRender, time, bus, frames, data);
-        return status;
     }
 
 private:
-    struct Property
-    {
-        void* mData; // null: no such property
-        UInt32 mSize;
-        bool mWritable;
-    };
-
-    /* Where each property lives, its size and whether a host may set it. */
-    Property Find(AudioUnitPropertyID id)
-    {
-        switch (id) {
-        case kAudioUnitProperty_MaximumFramesPerSlice:
-            return {&mMaxFrames, sizeof(mMaxFrames), true};
-        case kAudioUnitProperty_StreamFormat:
-            return {&mFormat, sizeof(mFormat), true};
-        case kAudioUnitProperty_SetRenderCallback:
-            return {&mInput, sizeof(mInput), true};
-        case kTestGainProperty_Description:
-            return {&mDescription, sizeof(mDescription), false};
-        case kTestGainProperty_Storage:
-            return {&mStorage, sizeof(mStorage), false};
-        case kTestGainProperty_ResetCount:
-            return {&mResetCount, sizeof(mResetCount), false};
-        default:
-            return {nullptr, 0, false};
-        }
-    }
-
-    void Notify(AudioUnitRenderActionFlags phase, const AudioTimeStamp* time, UInt32 bus,
-                UInt32 frames, AudioBufferList* data)
-    {
-        for (UInt32 i = 0; i < mNotificationCount; ++i) {
-            AudioUnitRenderActionFlags flags = phase;
-            mNotifications[i].inputProc(mNotifications[i].inputProcRefCon, &flags, time, bus,
-                                        frames, data);
-        }
-    }
-
     /* The description the way a plug-in finds it: through the audio-component
        calls for a factory instance, through GetComponentInfo otherwise. */
     OSStatus OwnDescription(AudioComponentDescription& description) const
@@ -346,23 +160,10 @@ private:
 
     ComponentInstance mInstance;
     bool mFactoryStyle;
-    bool mInitialized = false;
-    Float32 mGain = 1.0f;
-    UInt32 mMaxFrames = 1024;
-    UInt32 mResetCount = 0;
-    AudioComponentDescription mDescription = {};
-    Handle mStorage = nullptr;
-    AudioStreamBasicDescription mFormat = {
-        44100.0, kAudioFormatLinearPCM, kAudioFormatFlagsAudioUnitCanonical, 4, 1, 4, 2, 32, 0};
-    AURenderCallbackStruct mInput = {nullptr, nullptr};
-    std::vector<Listener> mListeners;
-    AURenderCallbackStruct mNotifications[kMaxNotifications] = {};
-    UInt32 mNotificationCount = 0;
-    AudioUnitParameterEvent mEvents[kMaxEvents] = {};
-    UInt32 mEventCount = 0;
+    TestGainCall mLast = {};
 };
 
-/* ---- Routing: one table serves both hosting styles. ---- */
+/* ---- Factory style: the instance record and one method per selector. ---- */
 
 struct FactoryRecord
 {
@@ -371,76 +172,63 @@ struct FactoryRecord
     GainUnit* mUnit;
 };
 
-template <typename T> T Arg(const ComponentParameters* params, std::size_t slot)
+/* The method of one selector, with that selector's argument types: packs
+   the arguments into a call record the way the entry style receives them. */
+template <SInt16 What, typename... A> OSStatus Method(void* self, A... args)
 {
-    T value;
-    std::memcpy(&value, &params->params[slot], sizeof(T));
-    return value;
+    TestGainCall call = {What, {}};
+    [[maybe_unused]] UInt64* slot = call.mArgs;
+    (std::memcpy(slot++, &args, sizeof(args)), ...);
+    return static_cast<FactoryRecord*>(self)->mUnit->Receive(call);
 }
 
-/* A unit method as a factory-style method (the record comes first) and as an
-   entry-style call (the arguments follow the instance in the parameter
-   block's slots). */
-template <auto M, typename = decltype(M)> struct Route;
-template <auto M, typename... A> struct Route<M, OSStatus (GainUnit::*)(A...)>
+template <SInt16 What, typename... A> AudioComponentMethod MethodOf()
 {
-    static OSStatus Method(void* self, A... args)
-    {
-        return (static_cast<FactoryRecord*>(self)->mUnit->*M)(args...);
-    }
-
-    static ComponentResult Entry(GainUnit& unit, [[maybe_unused]] const ComponentParameters* params)
-    {
-        return Unpack(unit, params, std::index_sequence_for<A...>{});
-    }
-
-    template <std::size_t... I>
-    static ComponentResult Unpack(GainUnit& unit,
-                                  [[maybe_unused]] const ComponentParameters* params,
-                                  std::index_sequence<I...>)
-    {
-        return (unit.*M)(Arg<A>(params, I + 1)...);
-    }
-};
-
-struct Selector
-{
-    SInt16 mWhat;
-    AudioComponentMethod mMethod;
-    ComponentResult (*mEntry)(GainUnit&, const ComponentParameters*);
-};
-
-template <auto M> Selector Routed(SInt16 what)
-{
-    return Selector{what, reinterpret_cast<AudioComponentMethod>(&Route<M>::Method),
-                    &Route<M>::Entry};
+    return reinterpret_cast<AudioComponentMethod>(&Method<What, A...>);
 }
 
-const Selector* FindSelector(SInt16 what)
+AudioComponentMethod FactoryLookup(SInt16 what)
 {
-    static const Selector sSelectors[] = {
-        Routed<&GainUnit::Initialize>(kAudioUnitInitializeSelect),
-        Routed<&GainUnit::Uninitialize>(kAudioUnitUninitializeSelect),
-        Routed<&GainUnit::GetPropertyInfo>(kAudioUnitGetPropertyInfoSelect),
-        Routed<&GainUnit::GetProperty>(kAudioUnitGetPropertySelect),
-        Routed<&GainUnit::SetProperty>(kAudioUnitSetPropertySelect),
-        Routed<&GainUnit::GetParameter>(kAudioUnitGetParameterSelect),
-        Routed<&GainUnit::SetParameter>(kAudioUnitSetParameterSelect),
-        Routed<&GainUnit::Reset>(kAudioUnitResetSelect),
-        Routed<&GainUnit::AddPropertyListener>(kAudioUnitAddPropertyListenerSelect),
-        Routed<&GainUnit::RemovePropertyListener>(
-            kAudioUnitRemovePropertyListenerWithUserDataSelect),
-        Routed<&GainUnit::Render>(kAudioUnitRenderSelect),
-        Routed<&GainUnit::AddRenderNotify>(kAudioUnitAddRenderNotifySelect),
-        Routed<&GainUnit::RemoveRenderNotify>(kAudioUnitRemoveRenderNotifySelect),
-        Routed<&GainUnit::ScheduleParameters>(kAudioUnitScheduleParametersSelect),
-    };
-    for (const Selector& selector : sSelectors) {
-        if (selector.mWhat == what) {
-            return &selector;
-        }
+    using ID = AudioUnitPropertyID;
+    using Scope = AudioUnitScope;
+    using Element = AudioUnitElement;
+    using Listener = AudioUnitPropertyListenerProc;
+    switch (what) {
+    case kAudioUnitInitializeSelect:
+        return MethodOf<kAudioUnitInitializeSelect>();
+    case kAudioUnitUninitializeSelect:
+        return MethodOf<kAudioUnitUninitializeSelect>();
+    case kAudioUnitGetPropertyInfoSelect:
+        return MethodOf<kAudioUnitGetPropertyInfoSelect, ID, Scope, Element, UInt32*, Boolean*>();
+    case kAudioUnitGetPropertySelect:
+        return MethodOf<kAudioUnitGetPropertySelect, ID, Scope, Element, void*, UInt32*>();
+    case kAudioUnitSetPropertySelect:
+        return MethodOf<kAudioUnitSetPropertySelect, ID, Scope, Element, const void*, UInt32>();
+    case kAudioUnitGetParameterSelect:
+        return MethodOf<kAudioUnitGetParameterSelect, AudioUnitParameterID, Scope, Element,
+                        AudioUnitParameterValue*>();
+    case kAudioUnitSetParameterSelect:
+        return MethodOf<kAudioUnitSetParameterSelect, AudioUnitParameterID, Scope, Element,
+                        AudioUnitParameterValue, UInt32>();
+    case kAudioUnitResetSelect:
+        return MethodOf<kAudioUnitResetSelect, Scope, Element>();
+    case kAudioUnitAddPropertyListenerSelect:
+        return MethodOf<kAudioUnitAddPropertyListenerSelect, ID, Listener, void*>();
+    case kAudioUnitRemovePropertyListenerWithUserDataSelect:
+        return MethodOf<kAudioUnitRemovePropertyListenerWithUserDataSelect, ID, Listener, void*>();
+    case kAudioUnitRenderSelect:
+        return MethodOf<kAudioUnitRenderSelect, AudioUnitRenderActionFlags*, const AudioTimeStamp*,
+                        UInt32, UInt32, AudioBufferList*>();
+    case kAudioUnitAddRenderNotifySelect:
+        return MethodOf<kAudioUnitAddRenderNotifySelect, AURenderCallback, void*>();
+    case kAudioUnitRemoveRenderNotifySelect:
+        return MethodOf<kAudioUnitRemoveRenderNotifySelect, AURenderCallback, void*>();
+    case kAudioUnitScheduleParametersSelect:
+        return MethodOf<kAudioUnitScheduleParametersSelect, const AudioUnitParameterEvent*,
+                        UInt32>();
+    default:
+        return nullptr;
     }
-    return nullptr;
 }
 
 OSStatus FactoryOpen(void* self, AudioComponentInstance instance)
@@ -462,11 +250,7 @@ OSStatus FactoryClose(void* self)
     return noErr;
 }
 
-AudioComponentMethod FactoryLookup(SInt16 what)
-{
-    const Selector* selector = FindSelector(what);
-    return selector != nullptr ? selector->mMethod : nullptr;
-}
+/* ---- Entry-point style: the parameter block's slots are the record. ---- */
 
 OSStatus EntryOpen(ComponentParameters* params)
 {
@@ -474,7 +258,8 @@ OSStatus EntryOpen(ComponentParameters* params)
     if (runtime.getInfo == nullptr || runtime.setStorage == nullptr) {
         return kAudio_UnimplementedError;
     }
-    ComponentInstance instance = Arg<ComponentInstance>(params, 0);
+    ComponentInstance instance;
+    std::memcpy(&instance, params->params, sizeof(instance));
     ComponentDescription description;
     OSErr status = runtime.getInfo(reinterpret_cast<Component>(instance), &description, nullptr,
                                    nullptr, nullptr);
@@ -519,15 +304,34 @@ __attribute__((visibility("default"))) ComponentResult TestGainEntry(ComponentPa
     if (unit == nullptr) {
         return paramErr;
     }
-    if (params->what == kComponentCloseSelect) {
+    switch (params->what) {
+    case kComponentCloseSelect:
         delete unit;
         return noErr;
-    }
-    if (params->what == kComponentVersionSelect) {
+    case kComponentVersionSelect:
         return kTestGainVersion;
+    case kAudioUnitInitializeSelect:
+    case kAudioUnitUninitializeSelect:
+    case kAudioUnitGetPropertyInfoSelect:
+    case kAudioUnitGetPropertySelect:
+    case kAudioUnitSetPropertySelect:
+    case kAudioUnitGetParameterSelect:
+    case kAudioUnitSetParameterSelect:
+    case kAudioUnitResetSelect:
+    case kAudioUnitAddPropertyListenerSelect:
+    case kAudioUnitRemovePropertyListenerWithUserDataSelect:
+    case kAudioUnitRenderSelect:
+    case kAudioUnitAddRenderNotifySelect:
+    case kAudioUnitRemoveRenderNotifySelect:
+    case kAudioUnitScheduleParametersSelect: {
+        TestGainCall call = {params->what, {}};
+        const std::size_t bytes = std::min<std::size_t>(params->paramSize, sizeof(call.mArgs));
+        std::memcpy(call.mArgs, reinterpret_cast<const char*>(params->params) + 8, bytes);
+        return unit->Receive(call);
     }
-    const Selector* selector = FindSelector(params->what);
-    return selector != nullptr ? selector->mEntry(*unit, params) : badComponentSelector;
+    default:
+        return badComponentSelector;
+    }
 }
 
 } // extern "C"
