@@ -58,6 +58,16 @@ std::string utf16WithBOM(const std::u16string& text)
     return bytes;
 }
 
+CFBundleRef openBundle(const std::string& path)
+{
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
+        static_cast<CFIndex>(path.size()), true);
+    CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
+    CFRelease(url);
+    return bundle;
+}
+
 std::string text(CFStringRef string)
 {
     char buffer[512];
@@ -116,11 +126,7 @@ protected:
         writeFile(resources + "/Views/Panel.bundle/marker", "");
         writeFile(resources + "/Icon.png", "");
 
-        CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-            kCFAllocatorDefault, reinterpret_cast<const UInt8*>(mBundlePath.data()),
-            static_cast<CFIndex>(mBundlePath.size()), true);
-        mBundle = CFBundleCreate(kCFAllocatorDefault, url);
-        CFRelease(url);
+        mBundle = openBundle(mBundlePath);
         ASSERT_NE(nullptr, mBundle);
     }
 
@@ -140,11 +146,13 @@ protected:
         EXPECT_EQ(0, std::system(command.c_str()));
     }
 
-    std::string localized(const char* key, CFStringRef value = nullptr, CFStringRef table = nullptr)
+    std::string localized(const char* key, CFStringRef value = nullptr, CFStringRef table = nullptr,
+                          CFBundleRef bundle = nullptr)
     {
         CFStringRef name =
             CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
-        CFStringRef result = CFBundleCopyLocalizedString(mBundle, name, value, table);
+        CFStringRef result =
+            CFBundleCopyLocalizedString(bundle != nullptr ? bundle : mBundle, name, value, table);
         std::string out = text(result);
         CFRelease(result);
         EXPECT_EQ(1, CFGetRetainCount(name)); // the key was not kept
@@ -240,21 +248,13 @@ TEST_F(CFBundleTest, LegacyLanguageFolderNames)
               "\"Rate\" = \"Vitesse\";");
     writeFile(legacy + "/Contents/Resources/English.lproj/Localizable.strings",
               "\"Rate\" = \"Rate (Hz)\";");
-    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(legacy.data()),
-        static_cast<CFIndex>(legacy.size()), true);
-    CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, url);
+    CFBundleRef bundle = openBundle(legacy);
     ASSERT_NE(nullptr, bundle);
     setenv("LANG", "fr_BE.UTF-8", 1);
-    CFStringRef french = CFBundleCopyLocalizedString(bundle, CFSTR("Rate"), nullptr, nullptr);
-    EXPECT_EQ("Vitesse", text(french));
+    EXPECT_EQ("Vitesse", localized("Rate", nullptr, nullptr, bundle));
     setenv("LANG", "it_IT.UTF-8", 1);
-    CFStringRef english = CFBundleCopyLocalizedString(bundle, CFSTR("Rate"), nullptr, nullptr);
-    EXPECT_EQ("Rate (Hz)", text(english));
-    CFRelease(english);
-    CFRelease(french);
+    EXPECT_EQ("Rate (Hz)", localized("Rate", nullptr, nullptr, bundle));
     CFRelease(bundle);
-    CFRelease(url);
 }
 
 TEST_F(CFBundleTest, ResourcesUnlocalizedFirstThenByLanguage)

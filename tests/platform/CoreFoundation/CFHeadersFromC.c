@@ -3,18 +3,6 @@
  * number. */
 #include <CoreFoundation/CoreFoundation.h>
 
-_Static_assert(kCFNumberSInt32Type == 3 && kCFNumberSInt64Type == 4 && kCFNumberFloat32Type == 5 &&
-                   kCFNumberFloat64Type == 6 && kCFNumberIntType == 9 && kCFNumberFloatType == 12 &&
-                   kCFNumberDoubleType == 13,
-               "number type values");
-_Static_assert(kCFStringEncodingUTF8 == 0x08000100 && kCFStringEncodingASCII == 0x0600,
-               "encodings");
-_Static_assert(kCFPropertyListImmutable == 0 && kCFPropertyListXMLFormat_v1_0 == 100 &&
-                   kCFPropertyListBinaryFormat_v1_0 == 200,
-               "property-list constants");
-_Static_assert(kCFURLPOSIXPathStyle == 0 && kCFCompareEqualTo == 0 && kCFCompareLessThan == -1,
-               "misc constants");
-
 int CFHeadersExerciseFromC(void);
 
 int CFHeadersExerciseFromC(void)

@@ -9,55 +9,56 @@
 
 namespace {
 
+CFStringRef makeString(const char* text)
+{
+    return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
+}
+
+template <typename T> CFNumberRef makeNumber(CFNumberType type, T value)
+{
+    return CFNumberCreate(kCFAllocatorDefault, type, &value);
+}
+
+CFMutableDictionaryRef makeDictionary()
+{
+    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                     &kCFTypeDictionaryValueCallBacks);
+}
+
+// Stores value under key and gives up the caller's reference to it.
+void put(CFMutableDictionaryRef dict, const char* key, CFTypeRef value)
+{
+    CFStringRef name = makeString(key);
+    CFDictionarySetValue(dict, name, value);
+    CFRelease(name);
+    CFRelease(value);
+}
+
+// A preset-like tree with every kind of value, integers and reals apart.
 CFMutableDictionaryRef makeState()
 {
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    const SInt32 version = 0;
-    const SInt32 subtype = 0x666C6E67;
-    const SInt64 negative = -1234567890123LL;
-    const Float32 load = 0.25f;
-    const Float64 whole = 3.0;
-    const Float64 tenth = 0.1;
+    CFMutableDictionaryRef dict = makeDictionary();
+    put(dict, "version", makeNumber(kCFNumberSInt32Type, SInt32(0)));
+    put(dict, "subtype", makeNumber(kCFNumberSInt32Type, SInt32(0x666C6E67)));
+    put(dict, "negative", makeNumber(kCFNumberSInt64Type, SInt64(-1234567890123LL)));
+    put(dict, "cpu-load", makeNumber(kCFNumberFloatType, 0.25f));
+    put(dict, "whole", makeNumber(kCFNumberFloat64Type, 3.0));
+    put(dict, "tenth", makeNumber(kCFNumberFloat64Type, 0.1));
     const UInt8 blob[] = {0, 0, 0, 1, 0xFF, 0x80};
-    CFNumberRef numbers[] = {CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &version),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &subtype),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &negative),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberFloatType, &load),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &whole),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &tenth)};
-    const char* names[] = {"version", "subtype", "negative", "cpu-load", "whole", "tenth"};
-    for (int i = 0; i < 6; ++i) {
-        CFStringRef key =
-            CFStringCreateWithCString(kCFAllocatorDefault, names[i], kCFStringEncodingUTF8);
-        CFDictionarySetValue(dict, key, numbers[i]);
-        CFRelease(key);
-        CFRelease(numbers[i]);
-    }
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, blob, sizeof blob);
-    CFDataRef empty = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
-    CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, "Wah <&> \"Caf\xC3\xA9\"",
-                                                 kCFStringEncodingUTF8);
+    put(dict, "data", CFDataCreate(kCFAllocatorDefault, blob, sizeof blob));
+    put(dict, "empty", CFDataCreate(kCFAllocatorDefault, nullptr, 0));
+    put(dict, "name", makeString("Wah <&> \"Caf\xC3\xA9\""));
     const void* items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
-    CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks);
-    CFMutableDictionaryRef names2 = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    CFDictionarySetValue(names2, CFSTR("0"), CFSTR("Left"));
-    CFDictionarySetValue(dict, CFSTR("data"), data);
-    CFDictionarySetValue(dict, CFSTR("empty"), empty);
-    CFDictionarySetValue(dict, CFSTR("name"), name);
-    CFDictionarySetValue(dict, CFSTR("flags"), array);
-    CFDictionarySetValue(dict, CFSTR("element-name"), names2);
-    for (CFTypeRef object : {CFTypeRef(data), CFTypeRef(empty), CFTypeRef(name), CFTypeRef(array),
-                             CFTypeRef(names2)}) {
-        CFRelease(object);
-    }
+    put(dict, "flags", CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks));
+    CFMutableDictionaryRef names = makeDictionary();
+    CFDictionarySetValue(names, CFSTR("0"), CFSTR("Left"));
+    put(dict, "element-name", names);
     return dict;
 }
 
 bool isFloat(CFDictionaryRef dict, const char* key)
 {
-    CFStringRef name = CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8);
+    CFStringRef name = makeString(key);
     const bool result =
         CFNumberIsFloatType(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, name)));
     CFRelease(name);
@@ -193,10 +194,8 @@ TEST(CFPropertyListTest, InvalidInputFailsWithAnError)
     CFRelease(empty);
 
     // A non-string key, or a non-property-list value, cannot be written.
-    const SInt32 one = 1;
-    CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &one);
-    CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    CFNumberRef number = makeNumber(kCFNumberSInt32Type, SInt32(1));
+    CFMutableDictionaryRef dict = makeDictionary();
     CFDictionarySetValue(dict, number, CFSTR("one"));
     EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict,
                                                 kCFPropertyListXMLFormat_v1_0, 0, &error));
