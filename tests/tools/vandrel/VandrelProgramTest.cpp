@@ -337,6 +337,7 @@ TEST_F(VandrelProgramTest, MistakesGiveAClearMessageAStatusAndNoOutputFile) {
   expectFailure({path("in.wav"), "-o", path("out.mp4")}, 2, "out.mp4");
   expectFailure({path("missing.wav"), "-o", out}, 3, "missing.wav");
   expectFailure({path("in.wav"), "-o", path("no/folder/out.wav")}, 4, "no/folder/out.wav");
+  expectFailure({"-p", "1", "-S", path("no/folder/x.aupreset")}, 4, "no/folder/x.aupreset");
   expectFailure({path("in.wav"), "-o", out, "--plugin", path("Nowhere.component")}, 5, "Nowhere.component");
   expectFailure({path("in.wav"), "-o", out, "--plugin", mFolder}, 5, "neither a plug-in bundle");
 
