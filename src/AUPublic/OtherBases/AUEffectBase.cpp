@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -39,6 +40,21 @@ bool ChannelInfoMatches(const AUChannelInfo& inInfo, SInt16 inInputs, SInt16 inO
         return infoIn == -1 && infoOut == -1 && inInputs == inOutputs;
     }
     return (infoIn == -1 || infoIn == inInputs) && (infoOut == -1 || infoOut == inOutputs);
+}
+
+// The silence timeout in whole frames, truncated toward zero. A host may set
+// any latency, so a timeout beyond the counter's range saturates instead of
+// wrapping into a negative count (which would report silence at once), and a
+// NaN counts as no timeout.
+SInt32 TimeoutFrames(Float64 inFrames)
+{
+    if (!(inFrames > 0.0)) {
+        return 0;
+    }
+    if (inFrames >= Float64(std::numeric_limits<SInt32>::max())) {
+        return std::numeric_limits<SInt32>::max();
+    }
+    return static_cast<SInt32>(inFrames);
 }
 
 // Moves every buffer's data pointer back by its share of inChannelSize bytes
@@ -301,13 +317,14 @@ bool AUEffectBase::IsInputSilent(AudioUnitRenderActionFlags inActionFlags, UInt3
         return false;
     }
     if (mSilentTimeoutReset) {
-        mSilentTimeoutCounter = static_cast<SInt32>(sampleRate * (latency + tail));
+        mSilentTimeoutCounter = TimeoutFrames(sampleRate * (latency + tail));
         mSilentTimeoutReset = false;
     }
     if (mSilentTimeoutCounter <= 0) {
         return true;
     }
-    mSilentTimeoutCounter -= static_cast<SInt32>(inFramesToProcess);
+    mSilentTimeoutCounter = static_cast<SInt32>(std::max<SInt64>(
+        SInt64(mSilentTimeoutCounter) - inFramesToProcess, std::numeric_limits<SInt32>::min()));
     return false;
 }
 

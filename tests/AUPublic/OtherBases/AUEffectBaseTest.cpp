@@ -639,6 +639,17 @@ TEST_F(EffectInternalsTest, SilenceTimeoutCountsLatencyPlusTailInFrames)
     EXPECT_FALSE(mUnit.IsInputSilent(silent, 400)) << "441 -> 41";
     EXPECT_FALSE(mUnit.IsInputSilent(silent, 41)) << "41 -> 0";
     EXPECT_TRUE(mUnit.IsInputSilent(silent, 512));
+
+    // The frame count survives the extremes of a 32-bit counter: a tail far
+    // beyond it keeps the output audible, the largest slice still ends it.
+    EXPECT_FALSE(mUnit.IsInputSilent(0, 512));
+    EXPECT_FALSE(mUnit.IsInputSilent(silent, 0xFFFFFFFF)) << "441 -> below zero";
+    EXPECT_TRUE(mUnit.IsInputSilent(silent, 1));
+    mUnit.Globals()->SetParameter(kGainParam_TailSeconds, 1.0e6f);
+    EXPECT_FALSE(mUnit.IsInputSilent(0, 512));
+    EXPECT_FALSE(mUnit.IsInputSilent(silent, 512)) << "4.41e10 frames saturate, not wrap";
+    EXPECT_FALSE(mUnit.IsInputSilent(silent, 0x7FFFFFFF));
+    EXPECT_TRUE(mUnit.IsInputSilent(silent, 512));
 }
 
 struct SampleKindCase
