@@ -1,6 +1,6 @@
 /* Hosts open and close instances from several threads at once, while other
-   threads look components up and register bundles: every call succeeds and
-   every bundle is registered once. */
+   threads look components up and register bundles: every call succeeds,
+   reaches its own instance, and every bundle is registered once. */
 #include <AudioUnit/AudioUnit.h>
 #include <CoreServices/CoreServices.h>
 
@@ -20,15 +20,10 @@ constexpr int kThreads = 4;
 constexpr int kRounds = 40;
 constexpr UInt32 kFrames = 16;
 
-OSStatus Silence(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32 frames,
-                 AudioBufferList* data)
-{
-    std::memset(data->mBuffers[0].mData, 0, frames * sizeof(Float32));
-    return noErr;
-}
-
-/* One open-use-close cycle in the given style; returns the first failure. */
-OSStatus Cycle(bool componentManager)
+/* One open-use-close cycle in the given style, whose reset carries tag.
+   Returns the first failure, or -1 when the instance's last call is not
+   this cycle's reset. */
+OSStatus Cycle(bool componentManager, UInt32 tag)
 {
     AudioComponentDescription description = {kAudioUnitType_Effect, kTestGainSubtype,
                                              kTestGainManufacturer, 0, 0};
@@ -44,19 +39,22 @@ OSStatus Cycle(bool componentManager)
     if (status != noErr) {
         return status;
     }
-    AURenderCallbackStruct input = {Silence, nullptr};
     Float32 samples[kFrames];
     AudioBufferList list = {1, {{1, sizeof(samples), samples}}};
     AudioUnitRenderActionFlags flags = 0;
     AudioTimeStamp time = {};
+    TestGainCall last = {};
+    UInt32 size = sizeof(last);
     for (OSStatus s :
-         {AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
-                               &input, sizeof(input)),
-          AudioUnitSetParameter(unit, kTestGainParam_Gain, kAudioUnitScope_Global, 0, 0.5f, 0),
-          AudioUnitInitialize(unit), AudioUnitRender(unit, &flags, &time, 0, kFrames, &list)}) {
+         {AudioUnitInitialize(unit), AudioUnitRender(unit, &flags, &time, 0, kFrames, &list),
+          AudioUnitReset(unit, tag, 0),
+          AudioUnitGetProperty(unit, kTestGainProperty_LastCall, 0, 0, &last, &size)}) {
         if (s != noErr && status == noErr) {
             status = s;
         }
+    }
+    if (status == noErr && (last.mWhat != kAudioUnitResetSelect || last.mArgs[0] != tag)) {
+        status = -1;
     }
     OSStatus closed = componentManager ? CloseComponent(unit) : AudioComponentInstanceDispose(unit);
     return status != noErr ? status : closed;
@@ -81,7 +79,8 @@ TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
                 ++failures;
             }
             for (int round = 0; round < kRounds; ++round) {
-                if (Cycle((round + t) % 2 == 0) != noErr) {
+                if (Cycle((round + t) % 2 == 0, static_cast<UInt32>(t * kRounds + round)) !=
+                    noErr) {
                     ++failures;
                 }
             }

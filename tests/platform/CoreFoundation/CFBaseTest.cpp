@@ -101,6 +101,8 @@ TEST(CFBaseTest, ConcurrentRetainReleaseAndConstantStrings)
         threads.emplace_back([data, &seen, t] {
             for (int i = 0; i < kRounds; ++i) {
                 CFRetain(data);
+            }
+            for (int i = 0; i < 1000; ++i) {
                 seen[static_cast<size_t>(t)] = CFSTR("shared by threads");
             }
             for (int i = 0; i < kRounds; ++i) {
