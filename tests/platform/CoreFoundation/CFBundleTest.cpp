@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 #include <string>
@@ -22,16 +22,6 @@ void writeFile(const std::string& path, const std::string& bytes)
 {
     std::ofstream file(path, std::ios::binary);
     file << bytes;
-}
-
-void makeDirs(const std::string& path)
-{
-    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-        mkdir(path.substr(0, slash).c_str(), 0755);
-        if (slash == std::string::npos) {
-            return;
-        }
-    }
 }
 
 std::string infoPlist(const std::string& identifier, const std::string& executable)
@@ -104,9 +94,9 @@ protected:
 
         mBundlePath = mRoot + "/Effect.component";
         const std::string resources = mBundlePath + "/Contents/Resources";
-        makeDirs(resources + "/en.lproj");
-        makeDirs(resources + "/fr.lproj");
-        makeDirs(resources + "/Views/Panel.bundle");
+        std::filesystem::create_directories(resources + "/en.lproj");
+        std::filesystem::create_directories(resources + "/fr.lproj");
+        std::filesystem::create_directories(resources + "/Views/Panel.bundle");
         writeFile(mBundlePath + "/Contents/Info.plist",
                   infoPlist("com.example.effect." + std::to_string(getpid()), "Effect"));
         writeFile(resources + "/en.lproj/Localizable.strings",
@@ -142,8 +132,9 @@ protected:
                 setenv(saved.first.c_str(), saved.second.c_str(), 1);
             }
         }
-        std::string command = "rm -rf '" + mRoot + "'";
-        EXPECT_EQ(0, std::system(command.c_str()));
+        std::error_code error;
+        std::filesystem::remove_all(mRoot, error);
+        EXPECT_FALSE(error) << error.message();
     }
 
     std::string localized(const char* key, CFStringRef value = nullptr, CFStringRef table = nullptr,
@@ -241,8 +232,8 @@ TEST_F(CFBundleTest, LocalizedStringsFollowTheLocaleWithEnglishFallback)
 TEST_F(CFBundleTest, LegacyLanguageFolderNames)
 {
     const std::string legacy = mRoot + "/Legacy.bundle";
-    makeDirs(legacy + "/Contents/Resources/French.lproj");
-    makeDirs(legacy + "/Contents/Resources/English.lproj");
+    std::filesystem::create_directories(legacy + "/Contents/Resources/French.lproj");
+    std::filesystem::create_directories(legacy + "/Contents/Resources/English.lproj");
     writeFile(legacy + "/Contents/Info.plist", infoPlist("com.example.legacy", "Legacy"));
     writeFile(legacy + "/Contents/Resources/French.lproj/Localizable.strings",
               "\"Rate\" = \"Vitesse\";");
@@ -287,14 +278,9 @@ TEST_F(CFBundleTest, FindsTheBundleOfADlopenedBinary)
 {
     const std::string bundle = mRoot + "/Loaded.component";
     const std::string identifier = "com.example.loaded." + std::to_string(getpid());
-    makeDirs(bundle + "/Contents/Linux");
+    std::filesystem::create_directories(bundle + "/Contents/Linux");
     writeFile(bundle + "/Contents/Info.plist", infoPlist(identifier, "Loaded"));
-    {
-        std::ifstream source(CF_TEST_PLUGIN_PATH, std::ios::binary);
-        ASSERT_TRUE(source.good());
-        std::ofstream target(bundle + "/Contents/Linux/Loaded", std::ios::binary);
-        target << source.rdbuf();
-    }
+    ASSERT_TRUE(std::filesystem::copy_file(CF_TEST_PLUGIN_PATH, bundle + "/Contents/Linux/Loaded"));
     CFStringRef key =
         CFStringCreateWithCString(kCFAllocatorDefault, identifier.c_str(), kCFStringEncodingUTF8);
     EXPECT_EQ(nullptr, CFBundleGetBundleWithIdentifier(key)); // not loaded yet

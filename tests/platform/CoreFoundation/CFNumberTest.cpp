@@ -26,29 +26,28 @@ std::ostream& operator<<(std::ostream& out, const Conversion& c)
                << c.mTo;
 }
 
+template <typename T> CFNumberRef number(CFNumberType type, T value)
+{
+    return CFNumberCreate(kCFAllocatorDefault, type, &value);
+}
+
 CFNumberRef makeNumber(const Conversion& c)
 {
-    const SInt8 i8 = static_cast<SInt8>(c.mInteger);
-    const SInt16 i16 = static_cast<SInt16>(c.mInteger);
-    const SInt32 i32 = static_cast<SInt32>(c.mInteger);
-    const SInt64 i64 = c.mInteger;
-    const Float32 f32 = static_cast<Float32>(c.mReal);
-    const Float64 f64 = c.mReal;
     switch (c.mFrom) {
     case kCFNumberSInt8Type:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &i8);
+        return number(c.mFrom, static_cast<SInt8>(c.mInteger));
     case kCFNumberSInt16Type:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &i16);
+        return number(c.mFrom, static_cast<SInt16>(c.mInteger));
     case kCFNumberSInt32Type:
     case kCFNumberIntType:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &i32);
+        return number(c.mFrom, static_cast<SInt32>(c.mInteger));
     case kCFNumberSInt64Type:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &i64);
+        return number(c.mFrom, c.mInteger);
     case kCFNumberFloat32Type:
     case kCFNumberFloatType:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &f32);
+        return number(c.mFrom, static_cast<Float32>(c.mReal));
     default:
-        return CFNumberCreate(kCFAllocatorDefault, c.mFrom, &f64);
+        return number(c.mFrom, c.mReal);
     }
 }
 
@@ -142,13 +141,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(CFNumberTest, CanonicalTypes)
 {
     const int i = 1;
-    const long l = 2;
-    const float f = 3.0f;
-    const double d = 4.0;
-    CFNumberRef numbers[] = {CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &i),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberLongType, &l),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberFloatType, &f),
-                             CFNumberCreate(kCFAllocatorDefault, kCFNumberDoubleType, &d)};
+    CFNumberRef numbers[] = {number(kCFNumberIntType, i), number(kCFNumberLongType, 2L),
+                             number(kCFNumberFloatType, 3.0f), number(kCFNumberDoubleType, 4.0)};
     EXPECT_EQ(kCFNumberSInt32Type, CFNumberGetType(numbers[0]));
     EXPECT_EQ(kCFNumberSInt64Type, CFNumberGetType(numbers[1]));
     EXPECT_EQ(kCFNumberFloat32Type, CFNumberGetType(numbers[2]));
@@ -165,20 +159,13 @@ TEST(CFNumberTest, CanonicalTypes)
 
 TEST(CFNumberTest, EqualityComparesValuesAcrossTypes)
 {
-    const SInt32 three = 3;
-    const Float64 threeReal = 3.0;
-    const Float64 threeAndHalf = 3.5;
-    const Float32 tenthFloat = 0.1f;
-    const Float64 tenthDouble = 0.1;
-    const SInt64 huge = INT64_MAX;
-    const Float64 twoTo63 = 9223372036854775808.0;
-    CFNumberRef a = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &three);
-    CFNumberRef b = CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &threeReal);
-    CFNumberRef c = CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &threeAndHalf);
-    CFNumberRef d = CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat32Type, &tenthFloat);
-    CFNumberRef e = CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &tenthDouble);
-    CFNumberRef f = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &huge);
-    CFNumberRef g = CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &twoTo63);
+    CFNumberRef a = number(kCFNumberSInt32Type, SInt32(3));
+    CFNumberRef b = number(kCFNumberFloat64Type, 3.0);
+    CFNumberRef c = number(kCFNumberFloat64Type, 3.5);
+    CFNumberRef d = number(kCFNumberFloat32Type, 0.1f);
+    CFNumberRef e = number(kCFNumberFloat64Type, 0.1);
+    CFNumberRef f = number(kCFNumberSInt64Type, SInt64(INT64_MAX));
+    CFNumberRef g = number(kCFNumberFloat64Type, 9223372036854775808.0);
 
     EXPECT_TRUE(CFEqual(a, b));
     EXPECT_EQ(CFHash(a), CFHash(b));
