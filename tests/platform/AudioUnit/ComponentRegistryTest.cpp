@@ -31,11 +31,6 @@ std::string FourChars(OSType code)
                        static_cast<char>(code >> 8), static_cast<char>(code)};
 }
 
-void MakeFolders(const std::string& path)
-{
-    std::filesystem::create_directories(path);
-}
-
 void WriteFile(const std::string& path, const std::string& text)
 {
     std::ofstream(path) << text;
@@ -45,7 +40,7 @@ void WriteFile(const std::string& path, const std::string& text)
    a symbolic link to the test gain binary. */
 void MakeBundle(const std::string& path, OSType subtype, const std::string& executable = "TestGain")
 {
-    MakeFolders(path + "/Contents/Linux");
+    std::filesystem::create_directories(path + "/Contents/Linux");
     WriteFile(path + "/Contents/Info.plist",
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
               "<key>CFBundleExecutable</key><string>" +
@@ -111,7 +106,7 @@ protected:
         std::string folder = sRoot + "/env/Folder";
         MakeBundle(folder + "/FolderGain.component", kFolderSubtype);
         MakeBundle(folder + "/Broken.component", 0x67627276, "Missing"); // binary missing
-        MakeFolders(folder + "/Garbage.component/Contents");
+        std::filesystem::create_directories(folder + "/Garbage.component/Contents");
         WriteFile(folder + "/Garbage.component/Contents/Info.plist", "this is not a property list");
         WriteFile(folder + "/Notes.txt", "not a bundle");
         MakeBundle(sRoot + "/env/Single.component", kSingleSubtype);
@@ -119,10 +114,10 @@ protected:
         // The home plug-in folder is a symbolic link, and so is the bundle in
         // the folder it points to.
         MakeBundle(sRoot + "/real/Linked.component", kLinkedSubtype);
-        MakeFolders(sRoot + "/linked");
+        std::filesystem::create_directories(sRoot + "/linked");
         std::filesystem::create_directory_symlink(sRoot + "/real/Linked.component",
                                                   sRoot + "/linked/Linked.component");
-        MakeFolders(sRoot + "/home/Library/Audio/Plug-Ins");
+        std::filesystem::create_directories(sRoot + "/home/Library/Audio/Plug-Ins");
         std::filesystem::create_directory_symlink(
             sRoot + "/linked", sRoot + "/home/Library/Audio/Plug-Ins/Components");
 

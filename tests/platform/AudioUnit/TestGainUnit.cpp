@@ -310,28 +310,17 @@ __attribute__((visibility("default"))) ComponentResult TestGainEntry(ComponentPa
         return noErr;
     case kComponentVersionSelect:
         return kTestGainVersion;
-    case kAudioUnitInitializeSelect:
-    case kAudioUnitUninitializeSelect:
-    case kAudioUnitGetPropertyInfoSelect:
-    case kAudioUnitGetPropertySelect:
-    case kAudioUnitSetPropertySelect:
-    case kAudioUnitGetParameterSelect:
-    case kAudioUnitSetParameterSelect:
-    case kAudioUnitResetSelect:
-    case kAudioUnitAddPropertyListenerSelect:
-    case kAudioUnitRemovePropertyListenerWithUserDataSelect:
-    case kAudioUnitRenderSelect:
-    case kAudioUnitAddRenderNotifySelect:
-    case kAudioUnitRemoveRenderNotifySelect:
-    case kAudioUnitScheduleParametersSelect: {
-        TestGainCall call = {params->what, {}};
-        const std::size_t bytes = std::min<std::size_t>(params->paramSize, sizeof(call.mArgs));
-        std::memcpy(call.mArgs, reinterpret_cast<const char*>(params->params) + 8, bytes);
-        return unit->Receive(call);
-    }
     default:
+        break;
+    }
+    // The entry answers the audio-unit selectors the factory style answers.
+    if (FactoryLookup(params->what) == nullptr) {
         return badComponentSelector;
     }
+    TestGainCall call = {params->what, {}};
+    const std::size_t bytes = std::min<std::size_t>(params->paramSize, sizeof(call.mArgs));
+    std::memcpy(call.mArgs, reinterpret_cast<const char*>(params->params) + 8, bytes);
+    return unit->Receive(call);
 }
 
 } // extern "C"
