@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
 #include <string>
 #include <thread>
@@ -94,11 +95,16 @@ TEST(CFBaseTest, ConcurrentRetainReleaseAndConstantStrings)
 {
     CFDataRef data = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
     constexpr int kThreads = 4;
-    constexpr int kRounds = 20000;
+    constexpr int kRounds = 1000000;
     std::vector<CFStringRef> seen(kThreads, nullptr);
+    // All threads start together, so that they really contend.
+    std::atomic<bool> go{false};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([data, &seen, t] {
+        threads.emplace_back([data, &seen, &go, t] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
             for (int i = 0; i < kRounds; ++i) {
                 CFRetain(data);
             }
@@ -110,6 +116,7 @@ TEST(CFBaseTest, ConcurrentRetainReleaseAndConstantStrings)
             }
         });
     }
+    go.store(true);
     for (std::thread& thread : threads) {
         thread.join();
     }
