@@ -25,6 +25,7 @@ public:
     // operation: a NUL-terminated text or null (stored as ""), copied. [any]
     CAXException(const char* operation, OSStatus err);
 
+    // The carried status. [any]
     OSStatus GetError() const { return mError; }
     // Borrowed; valid as long as the exception. [any]
     const char* GetOperation() const { return mOperation; }
@@ -39,6 +40,7 @@ private:
 class CAException
 {
 public:
+    // Carries err. [any]
     explicit CAException(OSStatus err) : mError(err) {}
 
     OSStatus GetError() const { return mError; }

@@ -34,6 +34,7 @@ public:
     // SetStreamFormat, AllocateBuffer, NeedsBufferSpace, GetChannelLayoutTags,
     // GetAudioChannelLayout, SetAudioChannelLayout, RemoveAudioChannelLayout.
 
+    // This bus itself (a plain element gives null). [any]
     AUIOElement* AsIOElement() override { return this; }
 
     // Takes all 40 bytes of inFormat; 0. No validation here: the unit's

@@ -47,11 +47,9 @@ public:
     // std::bad_alloc. [control]
     void SetInputCallback(AURenderCallback inProc, void* inRefCon);
 
+    // Whether a connection or a callback feeds the bus, and which. [any]
     bool HasSource() const { return mSourceKind != kSourceNone; }
     EInputType GetSourceKind() const { return mSourceKind; }
-    // The current connection; meaningful while the source is a connection.
-    // [any]
-    const AudioUnitConnection& GetConnection() const { return mConnection; }
 
     // Pulls nFrames frames for time inTimeStamp from the source; inElement is
     // passed to a callback as its bus number. Afterwards the bus's buffer list

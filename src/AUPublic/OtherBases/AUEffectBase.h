@@ -134,10 +134,9 @@ public:
     // Channels of output bus 0; throws -10877 when it is missing. [any]
     UInt32 GetNumberOfChannels();
 
-    // Whether the output renders over the input's buffers (see above); read
-    // once per render. [any]
+    // Whether the output renders over the input's buffers (see above); set
+    // through the in-place property, read once per render. [any]
     bool ProcessesInPlace() const { return mProcessesInPlace; }
-    void SetProcessesInPlace(bool inProcessesInPlace) { mProcessesInPlace = inProcessesInPlace; }
 
     // Whether this slice's output may be reported silent: false while the
     // input is not silent, and for latency + tail seconds of frames after it

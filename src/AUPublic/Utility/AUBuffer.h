@@ -95,6 +95,8 @@ public:
     // Marks the pointers stale. [render]
     void Invalidate() { mPointerState = kPointersInvalid; }
 
+    // What the records point at, whether the memory is the host's, and the
+    // sizes of the last Allocate or adopted host block. [any]
     EPtrState GetPointerState() const { return mPointerState; }
     bool IsMemoryExternal() const { return mMemoryIsExternal; }
     UInt32 GetAllocatedStreams() const { return mAllocatedStreams; }
