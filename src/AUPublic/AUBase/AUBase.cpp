@@ -1350,9 +1350,9 @@ OSStatus AUBase::DispatchGetProperty(AudioUnitPropertyID inID, AudioUnitScope in
         if (clump.inID == kAudioUnitClumpID_System) {
             return kAudioUnitErr_InvalidPropertyValue;
         }
-        const OSStatus result = CopyClumpName(
-            inScope, static_cast<UInt32>(clump.inID),
-            static_cast<UInt32>(std::max<SInt32>(clump.inDesiredLength, 0)), &clump.outName);
+        const OSStatus result =
+            CopyClumpName(inScope, static_cast<UInt32>(clump.inID),
+                          static_cast<UInt32>(clump.inDesiredLength), &clump.outName);
         if (result == kAudioUnitErr_InvalidProperty) {
             return GetProperty(inID, inScope, inElement, outData);
         }

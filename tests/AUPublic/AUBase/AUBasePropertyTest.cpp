@@ -88,6 +88,25 @@ const InfoRow kInfoRows[] = {
      false},
 };
 
+// A unit with one named parameter clump that notes the name length asked for.
+class ClumpUnit : public AUBaseTestUnit
+{
+public:
+    OSStatus CopyClumpName(AudioUnitScope, UInt32 inClumpID, UInt32 inDesiredNameLength,
+                           CFStringRef* outClumpName) override
+    {
+        mDesiredNameLength = inDesiredNameLength;
+        if (inClumpID != 1) {
+            return kAudioUnitErr_InvalidProperty;
+        }
+        *outClumpName =
+            CFStringCreateWithCString(kCFAllocatorDefault, "Tone", kCFStringEncodingUTF8);
+        return noErr;
+    }
+
+    UInt32 mDesiredNameLength = 0;
+};
+
 class PropertyTest : public ::testing::Test
 {
 protected:
@@ -248,6 +267,16 @@ TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
     EXPECT_EQ(Unit().DispatchGetProperty(kAudioUnitProperty_ParameterClumpName,
                                          kAudioUnitScope_Global, 0, &clump),
               kAudioUnitErr_InvalidProperty);
+    // The host's length reaches the unit as given, and the name is the host's.
+    auto clumps = OpenUnit<ClumpUnit>();
+    clump.inDesiredLength = -1;
+    EXPECT_EQ(clumps->DispatchGetProperty(kAudioUnitProperty_ParameterClumpName,
+                                          kAudioUnitScope_Global, 0, &clump),
+              noErr);
+    EXPECT_EQ(clumps->mDesiredNameLength, 0xFFFFFFFFu);
+    ASSERT_NE(clump.outName, nullptr);
+    EXPECT_EQ(CFGetRetainCount(clump.outName), 1);
+    CFRelease(clump.outName);
 
     ASSERT_EQ(Unit().DoInitialize(), noErr);
     EXPECT_EQ(Set(kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0, &no, 4),
