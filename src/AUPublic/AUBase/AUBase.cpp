@@ -725,9 +725,10 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
             const SInt32 offset = EventOffset(event);
             bool inSlice;
             if (event.eventType == kParameterEvent_Ramped) {
-                inSlice =
-                    offset<end&& static_cast<UInt32>(offset) +
-                           event.eventValues.ramp.durationInFrames> static_cast<UInt32>(start);
+                // The ramp's end is compared unsigned, its start signed.
+                const UInt32 rampEnd =
+                    static_cast<UInt32>(offset) + event.eventValues.ramp.durationInFrames;
+                inSlice = offset < end && rampEnd > static_cast<UInt32>(start);
             } else {
                 inSlice = static_cast<UInt32>(offset) <= static_cast<UInt32>(start);
             }

@@ -426,7 +426,6 @@ public:
     // Bus; throws -10866, or -10877 for a missing or non-IO element. [any]
     AUIOElement* GetIOElement(AudioUnitScope inScope, AudioUnitElement inElement);
 
-    AUScope& GlobalScope() { return mScopes[kAudioUnitScope_Global]; }
     AUScope& Inputs() { return mScopes[kAudioUnitScope_Input]; }
     AUScope& Outputs() { return mScopes[kAudioUnitScope_Output]; }
     AUScope& Groups() { return mScopes[kAudioUnitScope_Group]; }

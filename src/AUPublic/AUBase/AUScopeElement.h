@@ -171,12 +171,9 @@ public:
     AUScope(const AUScope&) = delete;
     AUScope& operator=(const AUScope&) = delete;
 
-    // Sets who creates the elements and which scope this is; call before the
-    // first SetNumberOfElements. [control]
+    // Sets who creates the elements and which scope this is, then creates
+    // inNumElements elements (throws as SetNumberOfElements). [control]
     void Initialize(AUBase* inCreator, AudioUnitScope inScope, UInt32 inNumElements);
-    void SetCreator(AUBase* inCreator) { mCreator = inCreator; }
-    void SetScope(AudioUnitScope inScope) { mScope = inScope; }
-    AudioUnitScope GetScope() const { return mScope; }
 
     UInt32 GetNumberOfElements() const { return static_cast<UInt32>(mElements.size()); }
     // Element inElement, or null past the end. Borrowed. [any]
