@@ -54,6 +54,8 @@ public:
     // The current value (a ramp's start value while a ramp is stored). [any]
     AudioUnitParameterValue GetValue() const { return mValue1; }
 
+    // The fields of the last value or event written (offset relative to its
+    // slice, durations in frames). [any]
     AUParameterEventType GetEventType() const { return mEventType; }
     SInt32 GetBufferOffset() const { return mBufferOffset; }
     UInt32 GetDurationInFrames() const { return mDurationInFrames; }
@@ -127,6 +129,7 @@ public:
     // Replaces the name (null allowed); retains the new one, releases the old.
     // [control]
     void SetName(CFStringRef inName);
+    // True when the element has a name. [control]
     bool HasName() const { return mElementName != nullptr; }
 
     // Appends the parameter count and the (ID, value bits) entries to inData,
@@ -138,6 +141,7 @@ public:
     // data. Throws -10878 for an ID past an indexed array. [control]
     const UInt8* RestoreState(const UInt8* inState);
 
+    // The owning unit; borrowed. [any]
     AUBase* GetAudioUnit() const { return mAudioUnit; }
 
 private:
@@ -175,6 +179,7 @@ public:
     // inNumElements elements (throws as SetNumberOfElements). [control]
     void Initialize(AUBase* inCreator, AudioUnitScope inScope, UInt32 inNumElements);
 
+    // Elements in the scope. [any]
     UInt32 GetNumberOfElements() const { return static_cast<UInt32>(mElements.size()); }
     // Element inElement, or null past the end. Borrowed. [any]
     AUElement* GetElement(UInt32 inElement) const;
