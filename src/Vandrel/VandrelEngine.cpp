@@ -77,6 +77,121 @@ std::int64_t EffectiveModRate(const _transform_props& props)
     return props.lModRate > 0 ? props.lModRate : kMinModRate;
 }
 
+// The steps of the phaser and wah-wah sample, shared by the one-sample
+// routine and the block loop of the transform so that both compute the same
+// operations in the same order.
+
+// The coefficients at sweep position p in tables whose last valid entry is
+// `last`: the entry itself at a whole position, else the linear interpolation
+// to the next entry.
+inline void InterpolateSweep(const double* a1Table, const double* a2Table, std::int64_t last,
+                             double p, double& a1, double& a2)
+{
+    std::int64_t i0 = static_cast<std::int64_t>(p);
+    if (i0 > last) {
+        i0 = last;
+    }
+    if (i0 < 0) {
+        i0 = 0;
+    }
+    const std::int64_t i1 = i0 + 1 < last ? i0 + 1 : last;
+    if (p == static_cast<double>(i0)) {
+        a1 = a1Table[i0];
+        a2 = a2Table[i0];
+    } else {
+        const double t = p - static_cast<double>(i0);
+        a1 = a1Table[i0] + (a1Table[i1] - a1Table[i0]) * t;
+        a2 = a2Table[i0] + (a2Table[i1] - a2Table[i0]) * t;
+    }
+}
+
+// Moves the sweep one sample on; at either end it stops there and turns.
+inline void AdvanceSweep(double& pos, double& step, std::int64_t last)
+{
+    const double next = pos + step;
+    if (next >= static_cast<double>(last)) {
+        pos = static_cast<double>(last);
+        step = -step;
+    } else if (next <= 0.0) {
+        pos = 0.0;
+        step = -step;
+    } else {
+        pos = next;
+    }
+}
+
+// One sample of the all-pass section with memories y1 and y2; returns its
+// output, computed from the unflushed intermediate value.
+inline double AllPass(double x, double a1, double a2, double& y1, double& y2)
+{
+    const double w = (x + a1 * y1) - a2 * y2;
+    const double a = (a2 * w - a1 * y1) + y2;
+    y2 = y1;
+    y1 = Flush(w);
+    return a;
+}
+
+// The output sample: the phaser adds the all-pass output to the input, the
+// wah-wah subtracts it; then the dry/wet mix.
+template <bool kPhaser> inline float MixWah(double x, double a, double wet, double dry)
+{
+    const double processed = kPhaser ? (a + x) * 0.5 : x - a;
+    return static_cast<float>(processed * wet + x * dry);
+}
+
+// Runs kCount channels through the phaser or wah-wah together, frame by
+// frame, from the sweep state (pos, step): each frame's coefficients are
+// computed once for all of them, and their independent filter recurrences
+// interleave, which hides each one's latency behind the others. Every
+// channel's own operations and their order are those of the one-sample
+// routine. On return (pos, step) is the state after the last frame.
+template <bool kPhaser, int kCount>
+void FilterChannels(float* const* channels, double* y1s, double* y2s, unsigned int frameCount,
+                    const double* a1Table, const double* a2Table, std::int64_t last, double wet,
+                    double dry, double& pos, double& step)
+{
+    float* samples[kCount];
+    double y1[kCount];
+    double y2[kCount];
+    for (int k = 0; k < kCount; ++k) {
+        samples[k] = channels[k];
+        y1[k] = y1s[k];
+        y2[k] = y2s[k];
+    }
+    double p = pos;
+    double s = step;
+    for (unsigned int f = 0; f < frameCount; ++f) {
+        double a1;
+        double a2;
+        InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
+        AdvanceSweep(p, s, last);
+        for (int k = 0; k < kCount; ++k) {
+            const double x = static_cast<double>(samples[k][f]);
+            const double a = AllPass(x, a1, a2, y1[k], y2[k]);
+            samples[k][f] = MixWah<kPhaser>(x, a, wet, dry);
+        }
+    }
+    for (int k = 0; k < kCount; ++k) {
+        y1s[k] = y1[k];
+        y2s[k] = y2[k];
+    }
+    pos = p;
+    step = s;
+}
+
+// Whether any two of the channel buffers share a sample.
+bool BuffersOverlap(float* const* channels, unsigned int channelCount, unsigned int frameCount)
+{
+    for (unsigned int c = 0; c < channelCount; ++c) {
+        for (unsigned int d = c + 1; d < channelCount; ++d) {
+            if (channels[c] < channels[d] + frameCount && channels[d] < channels[c] + frameCount) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 CVandrelEngine::CVandrelEngine()
@@ -359,49 +474,73 @@ std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned 
 float CVandrelEngine::ProcessWahWah_FloatSample(float* sample, unsigned int channel)
 {
     const double x = static_cast<double>(*sample);
-    const double p = dWahPos;
     const std::int64_t last = lWahTableLen - 1;
-
-    std::int64_t i0 = static_cast<std::int64_t>(p);
-    if (i0 > last) {
-        i0 = last;
-    }
-    if (i0 < 0) {
-        i0 = 0;
-    }
-    const std::int64_t i1 = i0 + 1 < last ? i0 + 1 : last;
-
     double a1;
     double a2;
-    if (p == static_cast<double>(i0)) {
-        a1 = pdWahA1[i0];
-        a2 = pdWahA2[i0];
-    } else {
-        const double t = p - static_cast<double>(i0);
-        a1 = pdWahA1[i0] + (pdWahA1[i1] - pdWahA1[i0]) * t;
-        a2 = pdWahA2[i0] + (pdWahA2[i1] - pdWahA2[i0]) * t;
+    InterpolateSweep(pdWahA1, pdWahA2, last, dWahPos, a1, a2);
+    AdvanceSweep(dWahPos, dWahStep, last);
+    const double a = AllPass(x, a1, a2, adWahY1[channel], adWahY2[channel]);
+    return lEffect == kEffect_Phaser ? MixWah<true>(x, a, dWet, dDry)
+                                     : MixWah<false>(x, a, dWet, dDry);
+}
+
+void CVandrelEngine::ProcessWahWah_Block(float** channels, unsigned int channelCount,
+                                         unsigned int frameCount)
+{
+    // Every channel replays the same sweep positions; the last channel's
+    // end state carries into the next call.
+    const double startPos = dWahPos;
+    const double startStep = dWahStep;
+
+    // Channels whose buffers overlap must run one after the other, as each
+    // may read what an earlier one wrote.
+    if (BuffersOverlap(channels, channelCount, frameCount)) {
+        for (unsigned int c = 0; c < channelCount; ++c) {
+            dWahPos = startPos;
+            dWahStep = startStep;
+            float* const samples = channels[c];
+            for (unsigned int f = 0; f < frameCount; ++f) {
+                samples[f] = ProcessWahWah_FloatSample(&samples[f], c);
+            }
+        }
+        return;
     }
 
-    const double next = p + dWahStep;
-    if (next >= static_cast<double>(last)) {
-        dWahPos = static_cast<double>(last);
-        dWahStep = -dWahStep;
-    } else if (next <= 0.0) {
-        dWahPos = 0.0;
-        dWahStep = -dWahStep;
-    } else {
-        dWahPos = next;
+    // Separate buffers: channels run in pairs through one pass each, with the
+    // engine's fields held in locals for the pass.
+    const bool phaser = lEffect == kEffect_Phaser;
+    const double* const a1Table = pdWahA1;
+    const double* const a2Table = pdWahA2;
+    const std::int64_t last = lWahTableLen - 1;
+    const double wet = dWet;
+    const double dry = dDry;
+    double pos = startPos;
+    double step = startStep;
+    unsigned int c = 0;
+    for (; c + 2 <= channelCount; c += 2) {
+        pos = startPos;
+        step = startStep;
+        if (phaser) {
+            FilterChannels<true, 2>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
+                                    a2Table, last, wet, dry, pos, step);
+        } else {
+            FilterChannels<false, 2>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
+                                     a2Table, last, wet, dry, pos, step);
+        }
     }
-
-    const double y1 = adWahY1[channel];
-    const double y2 = adWahY2[channel];
-    const double w = (x + a1 * y1) - a2 * y2;
-    const double a = (a2 * w - a1 * y1) + y2;
-    adWahY2[channel] = y1;
-    adWahY1[channel] = Flush(w);
-
-    const double processed = lEffect == kEffect_Phaser ? (a + x) * 0.5 : x - a;
-    return static_cast<float>(processed * dWet + x * dDry);
+    if (c < channelCount) {
+        pos = startPos;
+        step = startStep;
+        if (phaser) {
+            FilterChannels<true, 1>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
+                                    a2Table, last, wet, dry, pos, step);
+        } else {
+            FilterChannels<false, 1>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
+                                     a2Table, last, wet, dry, pos, step);
+        }
+    }
+    dWahPos = pos;
+    dWahStep = step;
 }
 
 std::int32_t CVandrelEngine::TransformFloat(TRANSFORM_STATE, float** channels,
@@ -416,18 +555,7 @@ std::int32_t CVandrelEngine::TransformFloat(TRANSFORM_STATE, float** channels,
         if (channelCount == 0) {
             return kStatusOK;
         }
-        // Every channel replays the same sweep positions; the last channel's
-        // end state carries into the next call.
-        const double startPos = dWahPos;
-        const double startStep = dWahStep;
-        for (unsigned int c = 0; c < channelCount; ++c) {
-            dWahPos = startPos;
-            dWahStep = startStep;
-            float* const samples = channels[c];
-            for (unsigned int f = 0; f < frameCount; ++f) {
-                samples[f] = ProcessWahWah_FloatSample(&samples[f], c);
-            }
-        }
+        ProcessWahWah_Block(channels, channelCount, frameCount);
         return kStatusOK;
     }
 

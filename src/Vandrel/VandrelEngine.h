@@ -12,11 +12,12 @@
  *
  * Why the odd shapes: the flanger keeps one delay line, with the channels
  * interleaved, shared by all channels, and walks frame by frame; the phaser
- * and wah-wah walk channel by channel, each channel replaying the same sweep
- * positions. The effect parameters change only at a cook, in one step; no
- * smoothing. Delay line, oscillator index, sweep position, sweep direction
- * and filter memories persist across renders and across effect switches, and
- * only a TransformBegin rebuilds them.
+ * and wah-wah give every channel the same sweep positions (computed once per
+ * frame for a pair of channels, whose two filters then run interleaved, each
+ * with its own operations in their own order). The effect parameters change
+ * only at a cook, in one step; no smoothing. Delay line, oscillator index,
+ * sweep position, sweep direction and filter memories persist across renders
+ * and across effect switches, and only a TransformBegin rebuilds them.
  *
  * The sweep tables of the phaser and wah-wah are rebuilt at a cook only when
  * one of their inputs (rate, depth, centre, resonance, sample rate) changed
@@ -191,6 +192,11 @@ public:
     std::int32_t nWahBuiltSampleRate;
 
 private:
+    // Processes `frameCount` frames of `channelCount` (1 to kMaxChannels)
+    // buffers through the phaser or wah-wah, each channel from the same sweep
+    // state, with the results of ProcessWahWah_FloatSample run on each
+    // sample, channel after channel; separate buffers run in pairs. [render]
+    void ProcessWahWah_Block(float** channels, unsigned int channelCount, unsigned int frameCount);
     void ReleaseBlocks();
     bool HasStreamState() const;
 };
