@@ -139,25 +139,19 @@ template <bool kPhaser> inline float MixWah(double x, double a, double wet, doub
     return static_cast<float>(processed * wet + x * dry);
 }
 
-// Runs kCount channels through the phaser or wah-wah together, frame by
-// frame, from the sweep state (pos, step): each frame's coefficients are
-// computed once for all of them, and their independent filter recurrences
-// interleave, which hides each one's latency behind the others. Every
-// channel's own operations and their order are those of the one-sample
-// routine. On return (pos, step) is the state after the last frame.
-template <bool kPhaser, int kCount>
-void FilterChannels(float* const* channels, double* y1s, double* y2s, unsigned int frameCount,
-                    const double* a1Table, const double* a2Table, std::int64_t last, double wet,
-                    double dry, double& pos, double& step)
+// Runs channels through the phaser or wah-wah frame by frame from the sweep
+// state (pos, step); on return (pos, step) is the state after the last frame.
+// Every channel's own operations and their order are those of the one-sample
+// routine.
+
+// One channel.
+template <bool kPhaser>
+void FilterOne(float* samples, double* y1s, double* y2s, unsigned int frameCount,
+               const double* a1Table, const double* a2Table, std::int64_t last, double wet,
+               double dry, double& pos, double& step)
 {
-    float* samples[kCount];
-    double y1[kCount];
-    double y2[kCount];
-    for (int k = 0; k < kCount; ++k) {
-        samples[k] = channels[k];
-        y1[k] = y1s[k];
-        y2[k] = y2s[k];
-    }
+    double y1 = *y1s;
+    double y2 = *y2s;
     double p = pos;
     double s = step;
     for (unsigned int f = 0; f < frameCount; ++f) {
@@ -165,16 +159,47 @@ void FilterChannels(float* const* channels, double* y1s, double* y2s, unsigned i
         double a2;
         InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
         AdvanceSweep(p, s, last);
-        for (int k = 0; k < kCount; ++k) {
-            const double x = static_cast<double>(samples[k][f]);
-            const double a = AllPass(x, a1, a2, y1[k], y2[k]);
-            samples[k][f] = MixWah<kPhaser>(x, a, wet, dry);
-        }
+        const double x = static_cast<double>(samples[f]);
+        const double a = AllPass(x, a1, a2, y1, y2);
+        samples[f] = MixWah<kPhaser>(x, a, wet, dry);
     }
-    for (int k = 0; k < kCount; ++k) {
-        y1s[k] = y1[k];
-        y2s[k] = y2[k];
+    *y1s = y1;
+    *y2s = y2;
+    pos = p;
+    step = s;
+}
+
+// Two channels with separate buffers: each frame's coefficients are computed
+// once for both, and the two independent filter recurrences interleave, which
+// hides each one's latency behind the other's. The state lives in named
+// locals so that it stays in registers.
+template <bool kPhaser>
+void FilterPair(float* __restrict samples0, float* __restrict samples1, double* y1s, double* y2s,
+                unsigned int frameCount, const double* a1Table, const double* a2Table,
+                std::int64_t last, double wet, double dry, double& pos, double& step)
+{
+    double y1a = y1s[0];
+    double y2a = y2s[0];
+    double y1b = y1s[1];
+    double y2b = y2s[1];
+    double p = pos;
+    double s = step;
+    for (unsigned int f = 0; f < frameCount; ++f) {
+        double a1;
+        double a2;
+        InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
+        AdvanceSweep(p, s, last);
+        const double x0 = static_cast<double>(samples0[f]);
+        const double x1 = static_cast<double>(samples1[f]);
+        const double out0 = AllPass(x0, a1, a2, y1a, y2a);
+        const double out1 = AllPass(x1, a1, a2, y1b, y2b);
+        samples0[f] = MixWah<kPhaser>(x0, out0, wet, dry);
+        samples1[f] = MixWah<kPhaser>(x1, out1, wet, dry);
     }
+    y1s[0] = y1a;
+    y2s[0] = y2a;
+    y1s[1] = y1b;
+    y2s[1] = y2b;
     pos = p;
     step = s;
 }
@@ -521,22 +546,22 @@ void CVandrelEngine::ProcessWahWah_Block(float** channels, unsigned int channelC
         pos = startPos;
         step = startStep;
         if (phaser) {
-            FilterChannels<true, 2>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
-                                    a2Table, last, wet, dry, pos, step);
+            FilterPair<true>(channels[c], channels[c + 1], adWahY1 + c, adWahY2 + c, frameCount,
+                             a1Table, a2Table, last, wet, dry, pos, step);
         } else {
-            FilterChannels<false, 2>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
-                                     a2Table, last, wet, dry, pos, step);
+            FilterPair<false>(channels[c], channels[c + 1], adWahY1 + c, adWahY2 + c, frameCount,
+                              a1Table, a2Table, last, wet, dry, pos, step);
         }
     }
     if (c < channelCount) {
         pos = startPos;
         step = startStep;
         if (phaser) {
-            FilterChannels<true, 1>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
-                                    a2Table, last, wet, dry, pos, step);
+            FilterOne<true>(channels[c], adWahY1 + c, adWahY2 + c, frameCount, a1Table, a2Table,
+                            last, wet, dry, pos, step);
         } else {
-            FilterChannels<false, 1>(channels + c, adWahY1 + c, adWahY2 + c, frameCount, a1Table,
-                                     a2Table, last, wet, dry, pos, step);
+            FilterOne<false>(channels[c], adWahY1 + c, adWahY2 + c, frameCount, a1Table, a2Table,
+                             last, wet, dry, pos, step);
         }
     }
     dWahPos = pos;
