@@ -35,8 +35,12 @@ unsigned AudioFileReader::read(float* const* out, unsigned frames) {
   if (got < 0 || sf_error(mFile) != SF_ERR_NO_ERROR)
     throw ToolError(ExitStatus::kInputUnreadable,
                     "Reading '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
-  const float* frame = mInterleaved.data();
-  for (sf_count_t i = 0; i < got; ++i, frame += mChannels)
-    for (unsigned c = 0; c < mChannels; ++c) out[c][i] = frame[c];
+  // One channel at a time, so that each inner loop has a fixed stride.
+  const size_t count = static_cast<size_t>(got);
+  for (unsigned c = 0; c < mChannels; ++c) {
+    const float* in = mInterleaved.data() + c;
+    float* const channel = out[c];
+    for (size_t i = 0; i < count; ++i) channel[i] = in[i * mChannels];
+  }
   return static_cast<unsigned>(got);
 }

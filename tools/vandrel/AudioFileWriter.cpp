@@ -104,9 +104,12 @@ AudioFileWriter::~AudioFileWriter() {
 
 void AudioFileWriter::write(const float* const* in, unsigned frames) {
   mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
-  float* frame = mInterleaved.data();
-  for (unsigned i = 0; i < frames; ++i, frame += mChannels)
-    for (unsigned c = 0; c < mChannels; ++c) frame[c] = in[c][i];
+  // One channel at a time, so that each inner loop has a fixed stride.
+  for (unsigned c = 0; c < mChannels; ++c) {
+    const float* const channel = in[c];
+    float* out = mInterleaved.data() + c;
+    for (size_t i = 0; i < frames; ++i) out[i * mChannels] = channel[i];
+  }
   if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
     throw ToolError(ExitStatus::kOutputUnwritable,
                     "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
