@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -20,7 +22,7 @@ std::atomic<bool> gCountAllocations{false};
 std::atomic<int> gAllocations{0};
 } // namespace
 
-void* operator new(std::size_t inSize)
+[[gnu::noinline]] void* operator new(std::size_t inSize)
 {
     if (gCountAllocations.load()) {
         gAllocations.fetch_add(1);
@@ -31,12 +33,12 @@ void* operator new(std::size_t inSize)
     throw std::bad_alloc();
 }
 
-void operator delete(void* inBlock) noexcept
+[[gnu::noinline]] void operator delete(void* inBlock) noexcept
 {
     std::free(inBlock);
 }
 
-void operator delete(void* inBlock, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* inBlock, std::size_t) noexcept
 {
     std::free(inBlock);
 }
@@ -124,12 +126,9 @@ struct HostBuffers
         }
     }
 
-    struct
-    {
-        UInt32 mNumberBuffers;
-        AudioBuffer mBuffers[2];
-    } mStorage;
-    AudioBufferList& mList = reinterpret_cast<AudioBufferList&>(mStorage);
+    alignas(AudioBufferList) unsigned char
+        mStorage[offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer)] = {};
+    AudioBufferList& mList = *reinterpret_cast<AudioBufferList*>(mStorage);
     float mSamples[2][1156] = {};
 };
 

@@ -27,7 +27,7 @@ void* CountedAlloc(std::size_t size) noexcept
 }
 } // namespace
 
-void* operator new(std::size_t size)
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (void* p = CountedAlloc(size)) {
         return p;
@@ -35,47 +35,47 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void* operator new[](std::size_t size)
+[[gnu::noinline]] void* operator new[](std::size_t size)
 {
     return operator new(size);
 }
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     return CountedAlloc(size);
 }
 
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 {
     return CountedAlloc(size);
 }
 
-void operator delete(void* p) noexcept
+[[gnu::noinline]] void operator delete(void* p) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p) noexcept
+[[gnu::noinline]] void operator delete[](void* p) noexcept
 {
     std::free(p);
 }
 
-void operator delete(void* p, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p, std::size_t) noexcept
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept
 {
     std::free(p);
 }
 
-void operator delete(void* p, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept
 {
     std::free(p);
 }

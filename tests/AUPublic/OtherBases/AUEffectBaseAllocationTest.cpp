@@ -15,7 +15,7 @@ namespace {
 std::atomic<long> gAllocations{0};
 }
 
-void* operator new(std::size_t inSize)
+[[gnu::noinline]] void* operator new(std::size_t inSize)
 {
     ++gAllocations;
     if (void* memory = std::malloc(inSize == 0 ? 1 : inSize)) {
@@ -24,23 +24,23 @@ void* operator new(std::size_t inSize)
     throw std::bad_alloc();
 }
 
-void* operator new[](std::size_t inSize)
+[[gnu::noinline]] void* operator new[](std::size_t inSize)
 {
     return operator new(inSize);
 }
 
-void* operator new(std::size_t inSize, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void* operator new(std::size_t inSize, const std::nothrow_t&) noexcept
 {
     ++gAllocations;
     return std::malloc(inSize == 0 ? 1 : inSize);
 }
 
-void* operator new[](std::size_t inSize, const std::nothrow_t& inTag) noexcept
+[[gnu::noinline]] void* operator new[](std::size_t inSize, const std::nothrow_t& inTag) noexcept
 {
     return operator new(inSize, inTag);
 }
 
-void operator delete(void* inMemory) noexcept
+[[gnu::noinline]] void operator delete(void* inMemory) noexcept
 {
     if (inMemory != nullptr) {
         ++gAllocations;
@@ -48,27 +48,27 @@ void operator delete(void* inMemory) noexcept
     std::free(inMemory);
 }
 
-void operator delete[](void* inMemory) noexcept
+[[gnu::noinline]] void operator delete[](void* inMemory) noexcept
 {
     operator delete(inMemory);
 }
 
-void operator delete(void* inMemory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* inMemory, std::size_t) noexcept
 {
     operator delete(inMemory);
 }
 
-void operator delete[](void* inMemory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete[](void* inMemory, std::size_t) noexcept
 {
     operator delete(inMemory);
 }
 
-void operator delete(void* inMemory, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete(void* inMemory, const std::nothrow_t&) noexcept
 {
     operator delete(inMemory);
 }
 
-void operator delete[](void* inMemory, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete[](void* inMemory, const std::nothrow_t&) noexcept
 {
     operator delete(inMemory);
 }

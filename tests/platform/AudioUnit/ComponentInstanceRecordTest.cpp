@@ -25,7 +25,7 @@ std::atomic<long> gAllocations{0};
 // Counts every allocation of the process, to show that routed renders
 // allocate nothing. The whole family is replaced, and exported from the test
 // program, so that the runtime and the loaded plug-in pair them the same way.
-void* operator new(std::size_t size)
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     ++gAllocations;
     if (void* p = std::malloc(size == 0 ? 1 : size)) {
@@ -34,48 +34,48 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void* operator new[](std::size_t size)
+[[gnu::noinline]] void* operator new[](std::size_t size)
 {
     return operator new(size);
 }
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     ++gAllocations;
     return std::malloc(size == 0 ? 1 : size);
 }
 
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 {
     return operator new(size, tag);
 }
 
-void operator delete(void* p) noexcept
+[[gnu::noinline]] void operator delete(void* p) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p) noexcept
+[[gnu::noinline]] void operator delete[](void* p) noexcept
 {
     std::free(p);
 }
 
-void operator delete(void* p, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p, std::size_t) noexcept
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept
 {
     std::free(p);
 }
 
-void operator delete(void* p, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept
 {
     std::free(p);
 }
 
-void operator delete[](void* p, const std::nothrow_t&) noexcept
+[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept
 {
     std::free(p);
 }
