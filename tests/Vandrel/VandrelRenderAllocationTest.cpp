@@ -2,62 +2,10 @@
 // begun: plain, bypassed, in place or not, with scheduled events and ramps,
 // and across preset changes. Global operator new and delete are replaced in
 // this program to count.
+#include "AllocationCounter.h"
 #include "VandrelTestHost.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-std::atomic<long> gAllocations{0};
-
-// Kept out of line so that the compiler does not pair the replaced operators'
-// malloc and free across inlined call sites (a false mismatch warning).
-[[gnu::noinline]] void Release(void* p) noexcept
-{
-    std::free(p);
-}
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size)
-{
-    ++gAllocations;
-    if (void* p = std::malloc(size ? size : 1)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    ++gAllocations;
-    return std::malloc(size ? size : 1);
-}
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
-{
-    return operator new(size, tag);
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept
-{
-    Release(p);
-}
-[[gnu::noinline]] void operator delete[](void* p) noexcept
-{
-    Release(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept
-{
-    Release(p);
-}
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept
-{
-    Release(p);
-}
 
 using namespace vandrel_test;
 
@@ -72,9 +20,9 @@ long AllocationsDuringRenders(Instance& inUnit, Buffers& ioOut)
 {
     long counted = 0;
     for (UInt32 frames : {1u, 64u, 333u, 1156u, 512u}) {
-        const long before = gAllocations.load();
+        const long before = allocationcounter::Allocations();
         EXPECT_EQ(noErr, inUnit.Render(ioOut, frames));
-        counted += gAllocations.load() - before;
+        counted += allocationcounter::Allocations() - before;
     }
     return counted;
 }
@@ -91,9 +39,9 @@ TEST_P(VandrelRenderAllocation, RendersAllocateNothingOnceBegun)
     Buffers out(2, 1156);
     // The first render begins the engine stream, which allocates its state:
     // proof that the counting sees the engine's blocks.
-    const long beforeBegin = gAllocations.load();
+    const long beforeBegin = allocationcounter::Allocations();
     ASSERT_EQ(noErr, unit.Render(out, 256));
-    EXPECT_GT(gAllocations.load() - beforeBegin, 0);
+    EXPECT_GT(allocationcounter::Allocations() - beforeBegin, 0);
 
     EXPECT_EQ(0, AllocationsDuringRenders(unit, out));
 
@@ -129,9 +77,9 @@ TEST_P(VandrelRenderAllocation, RendersAllocateNothingOnceBegun)
         events[2].eventValues.immediate.bufferOffset = frames / 3;
         events[2].eventValues.immediate.value = 1.0f;
         ASSERT_EQ(noErr, AudioUnitScheduleParameters(unit.unit(), events, 3));
-        const long before = gAllocations.load();
+        const long before = allocationcounter::Allocations();
         ASSERT_EQ(noErr, unit.Render(out, frames));
-        EXPECT_EQ(0, gAllocations.load() - before) << frames << " frames with events";
+        EXPECT_EQ(0, allocationcounter::Allocations() - before) << frames << " frames with events";
     }
 
     const UInt32 on = 1;

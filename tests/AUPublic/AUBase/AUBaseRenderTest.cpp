@@ -1,3 +1,4 @@
+#include "AllocationCounter.h"
 #include "AUBaseTestUnit.h"
 
 #include <gtest/gtest.h>
@@ -5,43 +6,13 @@
 #include <cstddef>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <thread>
 #include <vector>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <xmmintrin.h>
 #endif
-
-// Counts heap allocations while gCountAllocations is set, to show that a
-// render allocates nothing.
-namespace {
-std::atomic<bool> gCountAllocations{false};
-std::atomic<int> gAllocations{0};
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t inSize)
-{
-    if (gCountAllocations.load()) {
-        gAllocations.fetch_add(1);
-    }
-    if (void* block = std::malloc(inSize == 0 ? 1 : inSize)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* inBlock) noexcept
-{
-    std::free(inBlock);
-}
-
-[[gnu::noinline]] void operator delete(void* inBlock, std::size_t) noexcept
-{
-    std::free(inBlock);
-}
 
 namespace {
 
@@ -295,15 +266,13 @@ TEST_F(RenderTest, RendersAllocateNothingOnceInitialized)
     const std::vector<AudioUnitParameterEvent> events{ImmediateEvent(1, 300, 2.0f),
                                                       RampEvent(0, 10, 100, 0.0f, 1.0f),
                                                       ImmediateEvent(2, 5, 3.0f)};
-    gAllocations = 0;
-    gCountAllocations = true;
+    const long before = allocationcounter::Allocations();
     for (UInt32 frames : {1u, 7u, 64u, 512u, 1156u}) {
         Unit().PendingEvents().insert(Unit().PendingEvents().end(), events.begin(), events.end());
         mHost.Reset(frames * 4, frames % 2 == 0);
         EXPECT_EQ(Render(frames), noErr);
     }
-    gCountAllocations = false;
-    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_EQ(allocationcounter::Allocations() - before, 0);
     EXPECT_GT(Unit().mSliceCount, 5);
     EXPECT_EQ(log.mFlags.size(), 10u);
 }

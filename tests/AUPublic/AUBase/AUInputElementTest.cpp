@@ -1,84 +1,9 @@
+#include "AllocationCounter.h"
 #include "AUBase.h"
 #include "AUInputElement.h"
 #include "ComponentBase.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-// Counts heap allocations made while gCountAllocations is set, to show that
-// pulling input allocates nothing.
-namespace {
-std::atomic<bool> gCountAllocations{false};
-std::atomic<int> gAllocations{0};
-} // namespace
-
-// Every replaceable form, so that no block crosses between this allocator
-// and the library's.
-namespace {
-void* CountedAlloc(std::size_t size) noexcept
-{
-    if (gCountAllocations.load()) {
-        gAllocations.fetch_add(1);
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size)
-{
-    if (void* p = CountedAlloc(size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return CountedAlloc(size);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return CountedAlloc(size);
-}
-
-[[gnu::noinline]] void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
 
 namespace {
 
@@ -267,13 +192,11 @@ TEST(AUInputElementTest, PullingFromACallbackAllocatesNothing)
     ASSERT_EQ(unit.DoInitialize(), noErr);
 
     AudioUnitRenderActionFlags flags = 0;
-    gAllocations.store(0);
-    gCountAllocations.store(true);
+    const long before = allocationcounter::Allocations();
     for (UInt32 frames : {1u, 64u, 512u, 1156u, 7u}) {
         in->PullInput(flags, TimeAt(frames), 0, frames);
     }
-    gCountAllocations.store(false);
-    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_EQ(allocationcounter::Allocations() - before, 0);
     EXPECT_EQ(log.calls, 5);
 }
 
@@ -395,12 +318,10 @@ TEST(AUInputElementTest, ConnectedSourceRendersThroughTheRuntime)
     EXPECT_EQ(in->GetBufferList().GetAllocatedBytes(), 0u) << "the source brings its own memory";
 
     AudioUnitRenderActionFlags flags = 0;
-    gAllocations.store(0);
-    gCountAllocations.store(true);
+    const long before = allocationcounter::Allocations();
     const OSStatus status = in->PullInput(flags, TimeAt(0), 0, 256);
-    gCountAllocations.store(false);
+    EXPECT_EQ(allocationcounter::Allocations() - before, 0);
     EXPECT_EQ(status, noErr);
-    EXPECT_EQ(gAllocations.load(), 0);
     EXPECT_EQ(sSourceLog.renders, 1);
     EXPECT_EQ(sSourceLog.fastRenders, 0);
     EXPECT_EQ(sSourceLog.bus, 1u) << "the source's output number";

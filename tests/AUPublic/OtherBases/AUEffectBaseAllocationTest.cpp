@@ -1,81 +1,23 @@
 // Rendering allocates nothing once a unit is initialized: global operator new
 // and delete are replaced in this program (the bundle's code resolves to them
 // too) and counted around render calls only.
+#include "AllocationCounter.h"
 #include "GainHost.h"
 #include "GainEffect.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <string>
-
-namespace {
-std::atomic<long> gAllocations{0};
-}
-
-[[gnu::noinline]] void* operator new(std::size_t inSize)
-{
-    ++gAllocations;
-    if (void* memory = std::malloc(inSize == 0 ? 1 : inSize)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t inSize)
-{
-    return operator new(inSize);
-}
-
-[[gnu::noinline]] void* operator new(std::size_t inSize, const std::nothrow_t&) noexcept
-{
-    ++gAllocations;
-    return std::malloc(inSize == 0 ? 1 : inSize);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t inSize, const std::nothrow_t& inTag) noexcept
-{
-    return operator new(inSize, inTag);
-}
-
-[[gnu::noinline]] void operator delete(void* inMemory) noexcept
-{
-    if (inMemory != nullptr) {
-        ++gAllocations;
-    }
-    std::free(inMemory);
-}
-
-[[gnu::noinline]] void operator delete[](void* inMemory) noexcept
-{
-    operator delete(inMemory);
-}
-
-[[gnu::noinline]] void operator delete(void* inMemory, std::size_t) noexcept
-{
-    operator delete(inMemory);
-}
-
-[[gnu::noinline]] void operator delete[](void* inMemory, std::size_t) noexcept
-{
-    operator delete(inMemory);
-}
-
-[[gnu::noinline]] void operator delete(void* inMemory, const std::nothrow_t&) noexcept
-{
-    operator delete(inMemory);
-}
-
-[[gnu::noinline]] void operator delete[](void* inMemory, const std::nothrow_t&) noexcept
-{
-    operator delete(inMemory);
-}
 
 namespace {
 
 constexpr OSType kGainSubtype = FourCC("gain");
+
+// Allocations and releases alike: a render makes neither.
+long HeapCalls()
+{
+    return allocationcounter::Allocations() + allocationcounter::Releases();
+}
 
 struct AllocationCase
 {
@@ -107,9 +49,9 @@ TEST_P(RenderAllocationTest, RendersOfVariedSizesAllocateNothing)
     const AllocationCase& c = GetParam();
     const AudioStreamBasicDescription format = MakeFormat(2, SampleFormat::kFloat, false);
     SignalSource source{format, SampleFormat::kFloat};
-    const long beforeOpen = gAllocations.load();
+    const long beforeOpen = HeapCalls();
     ASSERT_EQ(noErr, OpenTestUnit(kGainSubtype, c.mStyle, &mUnit));
-    ASSERT_LT(beforeOpen, gAllocations.load()) << "the bundle's allocations are counted here";
+    ASSERT_LT(beforeOpen, HeapCalls()) << "the bundle's allocations are counted here";
     ASSERT_EQ(noErr, SetFormat(mUnit, kAudioUnitScope_Input, format));
     ASSERT_EQ(noErr, SetFormat(mUnit, kAudioUnitScope_Output, format));
     ASSERT_EQ(noErr, SetUInt32Property(mUnit, kAudioUnitProperty_InPlaceProcessing, c.mInPlace));
@@ -149,9 +91,9 @@ TEST_P(RenderAllocationTest, RendersOfVariedSizesAllocateNothing)
         }
         AudioUnitRenderActionFlags flags = 0;
         const AudioTimeStamp stamp = SampleTimeStamp(sampleTime);
-        const long before = gAllocations.load();
+        const long before = HeapCalls();
         const OSStatus result = AudioUnitRender(mUnit, &flags, &stamp, 0, frames, list);
-        allocations += gAllocations.load() - before;
+        allocations += HeapCalls() - before;
         ASSERT_EQ(noErr, result);
         sampleTime += frames;
     }

@@ -6,79 +6,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "AllocationCounter.h"
 #include "TestGainUnit.h"
-
-namespace {
-
-std::atomic<long> gAllocations{0};
-
-} // namespace
-
-// Counts every allocation of the process, to show that routed renders
-// allocate nothing. The whole family is replaced, and exported from the test
-// program, so that the runtime and the loaded plug-in pair them the same way.
-[[gnu::noinline]] void* operator new(std::size_t size)
-{
-    ++gAllocations;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    ++gAllocations;
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
-{
-    return operator new(size, tag);
-}
-
-[[gnu::noinline]] void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
-
-[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
 
 namespace {
 
@@ -311,7 +245,7 @@ TEST_P(ComponentInstanceRecordTest, RoutedRendersAllocateNothing)
     ASSERT_EQ(AudioUnitInitialize(mUnit), noErr);
     AudioUnitRenderActionFlags flags = 0;
     AudioTimeStamp time = {};
-    long before = gAllocations.load();
+    long before = allocationcounter::Allocations();
     for (UInt32 frames : {1u, 3u, 8u}) {
         AudioUnitParameterValue value = 0;
         ASSERT_EQ(
@@ -322,7 +256,7 @@ TEST_P(ComponentInstanceRecordTest, RoutedRendersAllocateNothing)
             noErr);
         ASSERT_EQ(AudioUnitRender(mUnit, &flags, &time, 0, frames, &mBufferList), noErr);
     }
-    EXPECT_EQ(gAllocations.load(), before);
+    EXPECT_EQ(allocationcounter::Allocations(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(OpenWays, ComponentInstanceRecordTest,

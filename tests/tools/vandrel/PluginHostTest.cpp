@@ -1,44 +1,14 @@
 // The host wrapper on the real plug-in bundle: what it reads from the unit,
 // and that its render path allocates nothing once the unit has started.
+#include "AllocationCounter.h"
 #include "PluginHost.h"
 #include "PluginLocator.h"
 #include "ToolError.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
-#include <cstdlib>
-#include <new>
 #include <vector>
-
-namespace {
-std::atomic<long> gAllocations{0};
-}
-
-// Every allocation of the process, the plug-in's included, goes through
-// these; the array and no-throw forms too, so that all pairs match. They are
-// kept out of line so that the optimizer does not pair a standard new with
-// the free inside them.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++gAllocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new[](std::size_t size) { return operator new(size); }
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  ++gAllocations;
-  return std::malloc(size == 0 ? 1 : size);
-}
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-  return operator new(size, tag);
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
 namespace {
 
@@ -90,16 +60,16 @@ TEST_F(PluginHostTest, RenderAllocatesNothingOnceStarted) {
       for (size_t i = 0; i < channel.size(); ++i) channel[i] = std::sin(0.05f * i);
   };
   fill();
-  const long beforeStart = gAllocations.load();
+  const long beforeStart = allocationcounter::Allocations();
   ASSERT_EQ(host.render(in.data(), out.data(), maxFrames), noErr);
-  EXPECT_GT(gAllocations.load() - beforeStart, 0) << "the count sees the plug-in start its engine";
+  EXPECT_GT(allocationcounter::Allocations() - beforeStart, 0) << "the count sees the plug-in start its engine";
 
-  const long before = gAllocations.load();
+  const long before = allocationcounter::Allocations();
   for (unsigned frames : {1u, 7u, 64u, 255u, 256u}) {
     fill();
     ASSERT_EQ(host.render(in.data(), out.data(), frames), noErr) << frames;
   }
-  EXPECT_EQ(gAllocations.load() - before, 0);
+  EXPECT_EQ(allocationcounter::Allocations() - before, 0);
   EXPECT_NE(output[0][100], input[0][100]) << "the flanger changed the sound";
   EXPECT_NE(host.render(in.data(), out.data(), maxFrames + 1), noErr) << "beyond the maximum slice";
 }
