@@ -4,6 +4,7 @@
 #ifndef VANDRELTESTHOST_H
 #define VANDRELTESTHOST_H
 
+#include "BufferListStorage.h"
 #include "Vandrel.h"
 #include "VandrelEngine.h"
 
@@ -104,10 +105,8 @@ class Buffers
 public:
     Buffers(UInt32 inChannels, UInt32 inFrames)
         : mSamples(inChannels, std::vector<float>(inFrames, 0.0f)),
-          mStorage(offsetof(AudioBufferList, mBuffers) +
-                   sizeof(AudioBuffer) * (inChannels ? inChannels : 1))
+          mStorage(inChannels)
     {
-        list().mNumberBuffers = inChannels;
         for (UInt32 c = 0; c < inChannels; ++c) {
             list().mBuffers[c].mNumberChannels = 1;
         }
@@ -121,14 +120,14 @@ public:
             list().mBuffers[c].mDataByteSize = inFrames * sizeof(float);
         }
     }
-    AudioBufferList& list() { return *reinterpret_cast<AudioBufferList*>(mStorage.data()); }
+    AudioBufferList& list() { return mStorage.List(); }
     // Samples of channel c, as the unit left them (own buffers or pointers it
     // handed back).
     const float* channel(UInt32 c) { return static_cast<const float*>(list().mBuffers[c].mData); }
 
 private:
     std::vector<std::vector<float>> mSamples;
-    std::vector<std::uint64_t> mStorage;
+    BufferListStorage mStorage;
 };
 
 // One open instance, configured for a channel count and rate and fed by the

@@ -1,5 +1,6 @@
 #include "AllocationCounter.h"
 #include "AUBaseTestUnit.h"
+#include "BufferListStorage.h"
 
 #include <gtest/gtest.h>
 
@@ -81,7 +82,6 @@ struct HostBuffers
 {
     HostBuffers()
     {
-        mList.mNumberBuffers = 2;
         for (UInt32 i = 0; i < 2; ++i) {
             mList.mBuffers[i].mNumberChannels = 1;
             mList.mBuffers[i].mDataByteSize = sizeof(mSamples[i]);
@@ -97,9 +97,8 @@ struct HostBuffers
         }
     }
 
-    alignas(AudioBufferList) unsigned char
-        mStorage[offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer)] = {};
-    AudioBufferList& mList = *reinterpret_cast<AudioBufferList*>(mStorage);
+    BufferListStorage mStorage{2};
+    AudioBufferList& mList = mStorage.List();
     float mSamples[2][1156] = {};
 };
 

@@ -2,6 +2,7 @@
 // way hosts drive them: through the runtime's AudioUnit... calls in both
 // hosting styles, and with hand-built parameter blocks straight into the
 // component entry point.
+#include "BufferListStorage.h"
 #include "DispatchTestUnit.h"
 
 #include <gtest/gtest.h>
@@ -85,9 +86,8 @@ protected:
     // Renders 64 frames of the default stereo format into host memory.
     OSStatus Render(Float64 inSampleTime, AudioUnitRenderActionFlags* ioFlags = nullptr)
     {
-        std::vector<UInt8> storage(offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
-        auto* list = reinterpret_cast<AudioBufferList*>(storage.data());
-        list->mNumberBuffers = 2;
+        BufferListStorage storage(2);
+        AudioBufferList* list = &storage.List();
         for (UInt32 b = 0; b < 2; ++b) {
             list->mBuffers[b] = {1, 64 * 4, mSamples[b]};
         }
@@ -200,8 +200,8 @@ TEST_P(DispatchTest, SetPropertyWithNullDataRemovesOnlyWithSizeZero)
 
 TEST_P(DispatchTest, RenderArgumentsAreCheckedBeforeTheUnit)
 {
-    std::vector<UInt8> storage(offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
-    auto* list = reinterpret_cast<AudioBufferList*>(storage.data());
+    BufferListStorage storage(2);
+    AudioBufferList* list = &storage.List();
     AudioUnitRenderActionFlags flags = 0;
     EXPECT_EQ(paramErr, AudioUnitRender(mUnit, &flags, nullptr, 0, 64, list));
     const AudioTimeStamp stamp = SampleTimeStamp(0);
@@ -320,9 +320,8 @@ TEST_P(DispatchTest, FastDispatchIsOfferedOnlyToEntryPointInstances)
               getParameter(storage, 7, kAudioUnitScope_Global, 0, &value))
         << "exceptions become statuses";
 
-    std::vector<UInt8> listStorage(offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
-    auto* list = reinterpret_cast<AudioBufferList*>(listStorage.data());
-    list->mNumberBuffers = 2;
+    BufferListStorage listStorage(2);
+    AudioBufferList* list = &listStorage.List();
     for (UInt32 b = 0; b < 2; ++b) {
         list->mBuffers[b] = {1, 64 * 4, mSamples[b]};
     }
@@ -423,9 +422,8 @@ TEST_F(EntryPointTest, ResetSelectorResetsTheRenderTimeItself)
     mObject->mChainReset = false;
     ASSERT_EQ(noErr, Call(kAudioUnitInitializeSelect));
     Float32 samples[2][16] = {};
-    std::vector<UInt8> storage(offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
-    auto* list = reinterpret_cast<AudioBufferList*>(storage.data());
-    list->mNumberBuffers = 2;
+    BufferListStorage storage(2);
+    AudioBufferList* list = &storage.List();
     list->mBuffers[0] = {1, 64, samples[0]};
     list->mBuffers[1] = {1, 64, samples[1]};
     const AudioTimeStamp stamp = SampleTimeStamp(32);

@@ -1,11 +1,11 @@
 // The factory's instance record and the methods its Lookup hands out, called
 // directly as the runtime calls them (record as `self`, the host call's
 // arguments after it): what the runtime-driven dispatch tests cannot reach.
+#include "BufferListStorage.h"
 #include "DispatchTestUnit.h"
 
 #include <gtest/gtest.h>
 
-#include <vector>
 
 AU_EXPORT_COMPONENT_ENTRIES(DispatchTestUnit, DispatchTestEntry, DispatchTestFactory)
 
@@ -63,8 +63,7 @@ protected:
         ASSERT_EQ(noErr, mRecord->Open(mRecord, nullptr));
         mObject = DispatchTestUnit::sLastConstructed;
         ASSERT_NE(nullptr, mObject);
-        mList = reinterpret_cast<AudioBufferList*>(mListStorage.data());
-        mList->mNumberBuffers = 2;
+        mList = &mListStorage.List();
         for (UInt32 b = 0; b < 2; ++b) {
             mList->mBuffers[b] = {1, 32 * 4, mSamples[b]};
         }
@@ -74,8 +73,7 @@ protected:
 
     AudioComponentPlugInInterface* mRecord = nullptr;
     DispatchTestUnit* mObject = nullptr;
-    std::vector<UInt8> mListStorage =
-        std::vector<UInt8>(offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
+    BufferListStorage mListStorage{2};
     AudioBufferList* mList = nullptr;
     Float32 mSamples[2][32] = {};
 };

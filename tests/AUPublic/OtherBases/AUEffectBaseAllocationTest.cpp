@@ -2,6 +2,7 @@
 // and delete are replaced in this program (the bundle's code resolves to them
 // too) and counted around render calls only.
 #include "AllocationCounter.h"
+#include "BufferListStorage.h"
 #include "GainHost.h"
 #include "GainEffect.h"
 
@@ -73,8 +74,8 @@ TEST_P(RenderAllocationTest, RendersOfVariedSizesAllocateNothing)
 
     std::vector<Float32> left(1156);
     std::vector<Float32> right(1156);
-    std::vector<UInt8> listStorage;
-    AudioBufferList* list = MakeBufferList(listStorage, 2);
+    BufferListStorage listStorage(2);
+    AudioBufferList* list = &listStorage.List();
     AudioUnitParameterEvent event = {};
     event.parameter = kGainParam_Gain;
     event.eventType = kParameterEvent_Immediate;

@@ -2,6 +2,7 @@
 // from a bundle by the audio-unit runtime and opened in both styles, renders
 // real buffers; and the base's internals (kernel bookkeeping, sample kinds,
 // slices, silence timeout) on a directly constructed unit.
+#include "BufferListStorage.h"
 #include "GainEffect.h"
 #include "GainHost.h"
 
@@ -99,7 +100,8 @@ public:
     {
         const bool interleaved = (inFormat.mFormatFlags & kAudioFormatFlagIsNonInterleaved) == 0;
         const UInt32 buffers = interleaved ? 1 : inFormat.mChannelsPerFrame;
-        mList = MakeBufferList(mListStorage, buffers);
+        mListStorage = BufferListStorage(buffers);
+        mList = &mListStorage.List();
         mMemory.assign(buffers, std::vector<UInt8>(inFrames * inFormat.mBytesPerFrame, 0xA5));
         for (UInt32 b = 0; b < buffers; ++b) {
             mList->mBuffers[b].mNumberChannels = interleaved ? inFormat.mChannelsPerFrame : 1;
@@ -111,7 +113,7 @@ public:
     AudioBufferList* List() { return mList; }
 
 private:
-    std::vector<UInt8> mListStorage;
+    BufferListStorage mListStorage{0};
     AudioBufferList* mList;
     std::vector<std::vector<UInt8>> mMemory;
 };
@@ -588,10 +590,10 @@ TEST_F(EffectInternalsTest, SliceSizesAndAdvancesEveryBuffer)
     SetFormats(2, 2);
     ASSERT_EQ(noErr, mUnit.DoInitialize());
     std::vector<Float32> memory(4 * 128, 1.0f);
-    std::vector<UInt8> inStorage;
-    std::vector<UInt8> outStorage;
-    AudioBufferList* in = MakeBufferList(inStorage, 2);
-    AudioBufferList* out = MakeBufferList(outStorage, 2);
+    BufferListStorage inStorage(2);
+    BufferListStorage outStorage(2);
+    AudioBufferList* in = &inStorage.List();
+    AudioBufferList* out = &outStorage.List();
     for (UInt32 b = 0; b < 2; ++b) {
         in->mBuffers[b] = {1, 512, memory.data() + b * 128};
         out->mBuffers[b] = {1, 512, memory.data() + (2 + b) * 128};
@@ -616,10 +618,10 @@ TEST_F(EffectInternalsTest, InterleavedKernelsTakeEveryOtherSample)
     ASSERT_EQ(noErr, mUnit.DoInitialize());
     std::vector<Float32> input = {1, 10, 2, 20, 3, 30};
     std::vector<Float32> output(6, 0.0f);
-    std::vector<UInt8> inStorage;
-    std::vector<UInt8> outStorage;
-    AudioBufferList* in = MakeBufferList(inStorage, 1);
-    AudioBufferList* out = MakeBufferList(outStorage, 1);
+    BufferListStorage inStorage(1);
+    BufferListStorage outStorage(1);
+    AudioBufferList* in = &inStorage.List();
+    AudioBufferList* out = &outStorage.List();
     in->mBuffers[0] = {2, 24, input.data()};
     out->mBuffers[0] = {2, 24, output.data()};
     AudioUnitRenderActionFlags flags = 0;

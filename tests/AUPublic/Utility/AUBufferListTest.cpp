@@ -1,4 +1,5 @@
 #include "AUBuffer.h"
+#include "BufferListStorage.h"
 
 #include <gtest/gtest.h>
 
@@ -38,14 +39,6 @@ std::uintptr_t Address(const void* p)
 {
     return reinterpret_cast<std::uintptr_t>(p);
 }
-
-// A buffer list with room for n records.
-struct ListStorage
-{
-    explicit ListStorage(UInt32 n) : bytes(8 + 16 * n) { List().mNumberBuffers = n; }
-    AudioBufferList& List() { return *reinterpret_cast<AudioBufferList*>(bytes.data()); }
-    std::vector<std::uint64_t> bytes;
-};
 
 class AUBufferListTest : public ::testing::Test
 {
@@ -246,19 +239,19 @@ TEST_F(AUBufferListTest, CallerListAndPointerCopies)
 {
     mList.Allocate(mStereo, 64);
 
-    ListStorage dest(2);
+    BufferListStorage dest(2);
     EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(dest.List()); }), -1) << "not prepared";
 
     float left[64] = {};
     float right[64] = {};
-    ListStorage host(2);
+    BufferListStorage host(2);
     host.List().mBuffers[0] = {1, 256, left};
     host.List().mBuffers[1] = {1, 256, right};
     mList.UseCallerList(host.List());
     EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersToExternalMemory);
     EXPECT_EQ(mList.GetPreparedList().mBuffers[1].mData, right);
 
-    ListStorage three(3);
+    BufferListStorage three(3);
     EXPECT_EQ(StatusOf([&] { mList.UseCallerList(three.List()); }), -1)
         << "more buffers than the header holds";
     EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(three.List()); }), -1);
@@ -279,7 +272,7 @@ TEST_F(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
 {
     mList.Allocate(mStereo, 8);
 
-    ListStorage dest(3);
+    BufferListStorage dest(3);
     EXPECT_EQ(StatusOf([&] { mList.CopyContentsTo(dest.List()); }), -1) << "not prepared";
 
     AudioBufferList& src = mList.PrepareBuffer(mStereo, 4);

@@ -119,15 +119,6 @@ inline OSStatus SetUInt32Property(AudioUnit inUnit, AudioUnitPropertyID inID, UI
     return AudioUnitSetProperty(inUnit, inID, kAudioUnitScope_Global, 0, &inValue, sizeof inValue);
 }
 
-// A buffer list with room for inBuffers buffers, owned by the vector.
-inline AudioBufferList* MakeBufferList(std::vector<UInt8>& outStorage, UInt32 inBuffers)
-{
-    outStorage.assign(offsetof(AudioBufferList, mBuffers) + inBuffers * sizeof(AudioBuffer), 0);
-    auto* list = reinterpret_cast<AudioBufferList*>(outStorage.data());
-    list->mNumberBuffers = inBuffers;
-    return list;
-}
-
 // The test signal: exact in float, in 16-bit and in 8.24, and different on
 // every channel.
 inline SInt32 SignalStep(UInt32 inChannel, UInt64 inFrame)
