@@ -439,25 +439,25 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
             continue;
         }
         const size_t start = i++;
-        std::string spec = "%";
+        std::string directive = "%";
         while (i < pattern.size() && std::strchr("-+ #0'", pattern[i]) != nullptr) {
-            spec += pattern[i++];
+            directive += pattern[i++];
         }
         if (i < pattern.size() && pattern[i] == '*') {
-            spec += std::to_string(va_arg(args, int));
+            directive += std::to_string(va_arg(args, int));
             ++i;
         }
         while (i < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[i]))) {
-            spec += pattern[i++];
+            directive += pattern[i++];
         }
         if (i < pattern.size() && pattern[i] == '.') {
-            spec += pattern[i++];
+            directive += pattern[i++];
             if (i < pattern.size() && pattern[i] == '*') {
-                spec += std::to_string(va_arg(args, int));
+                directive += std::to_string(va_arg(args, int));
                 ++i;
             }
             while (i < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[i]))) {
-                spec += pattern[i++];
+                directive += pattern[i++];
             }
         }
         std::string length;
@@ -487,22 +487,22 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
         case 'x':
         case 'X':
         case 'c':
-            spec += length + conversion;
+            directive += length + conversion;
             if (length == "l") {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long));
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long));
             } else if (length == "ll") {
                 written =
-                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long long));
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long long));
             } else if (length == "z") {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, size_t));
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, size_t));
             } else if (length == "j") {
                 written =
-                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, intmax_t));
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, intmax_t));
             } else if (length == "t") {
                 written =
-                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, ptrdiff_t));
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, ptrdiff_t));
             } else {
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, int));
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, int));
             }
             break;
         case 'f':
@@ -514,26 +514,26 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
         case 'a':
         case 'A':
             if (length == "L") {
-                spec += std::string("L") + conversion;
+                directive += std::string("L") + conversion;
                 written =
-                    std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, long double));
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long double));
             } else {
-                spec += conversion;
-                written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, double));
+                directive += conversion;
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, double));
             }
             break;
         case 'p':
-            spec += conversion;
-            written = std::snprintf(buffer, sizeof buffer, spec.c_str(), va_arg(args, void*));
+            directive += conversion;
+            written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, void*));
             break;
         case 's': {
             const char* text = va_arg(args, const char*);
-            spec += conversion;
+            directive += conversion;
             const int needed =
-                std::snprintf(nullptr, 0, spec.c_str(), text != nullptr ? text : "(null)");
+                std::snprintf(nullptr, 0, directive.c_str(), text != nullptr ? text : "(null)");
             if (needed > 0) {
                 std::string formatted(static_cast<size_t>(needed) + 1, '\0');
-                std::snprintf(&formatted[0], formatted.size(), spec.c_str(),
+                std::snprintf(&formatted[0], formatted.size(), directive.c_str(),
                               text != nullptr ? text : "(null)");
                 formatted.pop_back();
                 out += formatted;
