@@ -101,15 +101,9 @@ CFDictionaryRef readInfo(const std::string& bundlePath)
 {
     std::vector<UInt8> bytes;
     if (readFile(bundlePath + "/Contents/Info.plist", bytes) && !bytes.empty()) {
-        CFDataRef data =
-            CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
-        CFPropertyListRef plist = CFPropertyListCreateWithData(
-            kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
-        CFRelease(data);
-        if (CFGetTypeID(plist) == CFDictionaryGetTypeID()) {
-            return static_cast<CFDictionaryRef>(plist);
+        if (CFDictionaryRef info = CFRuntimeCreateDictionaryFromPropertyList(bytes)) {
+            return info;
         }
-        CFRelease(plist);
     }
     return CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0,
                               &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);

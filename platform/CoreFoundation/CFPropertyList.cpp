@@ -360,3 +360,17 @@ Boolean CFPropertyListIsValid(CFPropertyListRef plist, CFPropertyListFormat form
             format == kCFPropertyListBinaryFormat_v1_0) &&
            isValidTree(plist, 0);
 }
+
+CFDictionaryRef CFRuntimeCreateDictionaryFromPropertyList(const std::vector<UInt8>& bytes)
+{
+    CFDataRef data =
+        CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
+    CFPropertyListRef plist = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
+    CFRelease(data);
+    if (CFGetTypeID(plist) == CFDictionaryGetTypeID()) {
+        return static_cast<CFDictionaryRef>(plist);
+    }
+    CFRelease(plist);
+    return nullptr;
+}

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 // Fixed type identifiers; 0 is never a valid type.
 enum : CFTypeID
@@ -76,3 +77,7 @@ CFStringRef CFRuntimeCreateString(const std::string& utf8);
 
 // Owned error with code and description, in the property-list domain.
 CFErrorRef CFRuntimeCreateError(CFIndex code, const std::string& description);
+
+// Owned immutable dictionary parsed from property-list bytes (XML or binary),
+// or NULL when the bytes do not hold one.
+CFDictionaryRef CFRuntimeCreateDictionaryFromPropertyList(const std::vector<UInt8>& bytes);

@@ -1,5 +1,7 @@
 #include "CFStringsTable.h"
 
+#include "CFRuntimeBase.h"
+
 #include <cstring>
 
 namespace {
@@ -59,16 +61,7 @@ bool startsWith(const std::vector<UInt8>& bytes, const char* prefix)
 CFDictionaryRef CFStringsTable::create(const std::vector<UInt8>& bytes)
 {
     if (startsWith(bytes, "bplist") || startsWith(bytes, "<?xml") || startsWith(bytes, "<plist")) {
-        CFDataRef data =
-            CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()));
-        CFPropertyListRef plist = CFPropertyListCreateWithData(
-            kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr);
-        CFRelease(data);
-        if (CFGetTypeID(plist) == CFDictionaryGetTypeID()) {
-            return static_cast<CFDictionaryRef>(plist);
-        }
-        CFRelease(plist);
-        return nullptr;
+        return CFRuntimeCreateDictionaryFromPropertyList(bytes);
     }
     CFStringRef text =
         CFStringCreateWithBytes(kCFAllocatorDefault, bytes.data(),
