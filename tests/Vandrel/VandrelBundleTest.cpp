@@ -1,6 +1,8 @@
 // The built bundle as a host finds it on disk: its layout, its Info.plist
 // component entry, its two localized strings tables, and a binary that
 // exports exactly the entry point and the factory.
+#include "CFTestHelpers.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -25,17 +27,6 @@ std::string ReadFile(const std::filesystem::path& inPath)
 {
     std::ifstream file(inPath, std::ios::binary);
     return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-}
-
-std::string ToString(CFTypeRef inString)
-{
-    char buffer[256] = {};
-    if (inString == nullptr || CFGetTypeID(inString) != CFStringGetTypeID()) {
-        return "<not a string>";
-    }
-    CFStringGetCString(static_cast<CFStringRef>(inString), buffer, sizeof(buffer),
-                       kCFStringEncodingUTF8);
-    return buffer;
 }
 
 TEST(VandrelBundle, BinaryExportsExactlyEntryAndFactory)

@@ -5,6 +5,7 @@
 #define VANDRELTESTHOST_H
 
 #include "BufferListStorage.h"
+#include "CFTestHelpers.h"
 #include "Vandrel.h"
 #include "VandrelEngine.h"
 
@@ -248,17 +249,6 @@ inline void ExpectSameAudio(const Audio& inExpected, const Audio& inActual)
             ASSERT_EQ(inExpected[c][i], inActual[c][i]) << "channel " << c << " frame " << i;
         }
     }
-}
-
-inline std::string ToString(CFTypeRef inString)
-{
-    char buffer[256] = {};
-    if (inString == nullptr || CFGetTypeID(inString) != CFStringGetTypeID()) {
-        return "<not a string>";
-    }
-    CFStringGetCString(static_cast<CFStringRef>(inString), buffer, sizeof(buffer),
-                       kCFStringEncodingUTF8);
-    return buffer;
 }
 
 // Makes the built bundle known to the object library, so that the unit

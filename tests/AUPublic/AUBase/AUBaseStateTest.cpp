@@ -1,5 +1,6 @@
 #include "AUBaseTestUnit.h"
 #include "AUPluginDispatch.h"
+#include "CFTestHelpers.h"
 
 #include <AudioUnit/AudioUnit.h>
 #include <gtest/gtest.h>
@@ -62,28 +63,9 @@ Bytes operator+(Bytes a, const Bytes& b)
     return a;
 }
 
-CFStringRef Str(const char* inText)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, inText, kCFStringEncodingUTF8);
-}
-
-std::string ToStdString(CFTypeRef inString)
-{
-    char text[128] = {};
-    CFStringGetCString(static_cast<CFStringRef>(inString), text, sizeof(text),
-                       kCFStringEncodingUTF8);
-    return text;
-}
-
-CFMutableDictionaryRef NewDict()
-{
-    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                     &kCFTypeDictionaryValueCallBacks);
-}
-
 void Put(CFMutableDictionaryRef ioDict, const char* inKey, CFTypeRef inValue)
 {
-    CFStringRef key = Str(inKey);
+    CFStringRef key = NewCFString(inKey);
     CFDictionarySetValue(ioDict, key, inValue);
     CFRelease(key);
     CFRelease(inValue);
@@ -102,7 +84,7 @@ CFDataRef Data(const Bytes& inBytes)
 // A minimal valid state for this unit: identity keys only.
 CFMutableDictionaryRef BaseState()
 {
-    CFMutableDictionaryRef dict = NewDict();
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
     Put(dict, "version", Int(0));
     Put(dict, "type", Int(static_cast<SInt32>(kDescription.componentType)));
     Put(dict, "subtype", Int(static_cast<SInt32>(kDescription.componentSubType)));
@@ -115,7 +97,7 @@ class StateTest : public ::testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        CFStringRef name = Str("Test: state unit");
+        CFStringRef name = NewCFString("Test: state unit");
         sComponent = AudioComponentRegister(&kDescription, name, 1,
                                             APFactory<AUBaseLookup, StateUnit>::Factory);
         CFRelease(name);
@@ -172,7 +154,7 @@ TEST_F(StateTest, SaveThenRestoreGivesBackValuesAndNamesTheUserPreset)
     mUnit->Globals()->SetParameter(0, 1.5f);
     mUnit->Globals()->SetParameter(1, -2.0f);
     mUnit->Globals()->SetParameter(2, 3e-7f);
-    CFStringRef mine = Str("Mine");
+    CFStringRef mine = NewCFString("Mine");
     AUPreset preset{-1, mine};
     ASSERT_EQ(AudioUnitSetProperty(mInstance, kAudioUnitProperty_PresentPreset,
                                    kAudioUnitScope_Global, 0, &preset, sizeof(preset)),
@@ -185,7 +167,7 @@ TEST_F(StateTest, SaveThenRestoreGivesBackValuesAndNamesTheUserPreset)
     CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, CFSTR("subtype"))),
                      kCFNumberSInt32Type, &number);
     EXPECT_EQ(static_cast<UInt32>(number), kDescription.componentSubType);
-    EXPECT_EQ(ToStdString(CFDictionaryGetValue(dict, CFSTR("name"))), "Mine");
+    EXPECT_EQ(ToString(CFDictionaryGetValue(dict, CFSTR("name"))), "Mine");
     EXPECT_FALSE(CFDictionaryContainsKey(dict, CFSTR("render-quality")));
     EXPECT_FALSE(CFDictionaryContainsKey(dict, CFSTR("cpu-load")));
     EXPECT_FALSE(CFDictionaryContainsKey(dict, CFSTR("element-name")));
@@ -204,7 +186,7 @@ TEST_F(StateTest, SaveThenRestoreGivesBackValuesAndNamesTheUserPreset)
     EXPECT_EQ(Restore(state), noErr);
     EXPECT_EQ(Values(), (std::vector<float>{1.5f, -2.0f, 3e-7f}));
     EXPECT_EQ(mUnit->CurrentPreset().presetNumber, -1);
-    EXPECT_EQ(ToStdString(mUnit->CurrentPreset().presetName), "Mine");
+    EXPECT_EQ(ToString(mUnit->CurrentPreset().presetName), "Mine");
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_PresentPreset), 1u);
     CFRelease(state);
     CFRelease(mine);
@@ -217,33 +199,33 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
         {"version 1", [](CFMutableDictionaryRef d) { Put(d, "version", Int(1)); }},
         {"no version",
          [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("version")); }},
-        {"version as text", [](CFMutableDictionaryRef d) { Put(d, "version", Str("0")); }},
+        {"version as text", [](CFMutableDictionaryRef d) { Put(d, "version", NewCFString("0")); }},
         {"no subtype",
          [](CFMutableDictionaryRef d) { CFDictionaryRemoveValue(d, CFSTR("subtype")); }},
         {"other subtype", [](CFMutableDictionaryRef d) { Put(d, "subtype", Int(1)); }},
-        {"subtype as text", [](CFMutableDictionaryRef d) { Put(d, "subtype", Str("tStt")); }},
+        {"subtype as text", [](CFMutableDictionaryRef d) { Put(d, "subtype", NewCFString("tStt")); }},
         {"other manufacturer", [](CFMutableDictionaryRef d) { Put(d, "manufacturer", Int(2)); }},
         {"manufacturer as data",
          [](CFMutableDictionaryRef d) { Put(d, "manufacturer", Data({1})); }},
         {"part", [](CFMutableDictionaryRef d) { Put(d, "part", Int(0)); }},
-        {"data as text", [](CFMutableDictionaryRef d) { Put(d, "data", Str("x")); }},
+        {"data as text", [](CFMutableDictionaryRef d) { Put(d, "data", NewCFString("x")); }},
         {"name as number", [](CFMutableDictionaryRef d) { Put(d, "name", Int(3)); }},
         {"render quality as text",
-         [](CFMutableDictionaryRef d) { Put(d, "render-quality", Str("hi")); }},
-        {"cpu load as text", [](CFMutableDictionaryRef d) { Put(d, "cpu-load", Str("lo")); }},
+         [](CFMutableDictionaryRef d) { Put(d, "render-quality", NewCFString("hi")); }},
+        {"cpu load as text", [](CFMutableDictionaryRef d) { Put(d, "cpu-load", NewCFString("lo")); }},
         {"element names as text",
-         [](CFMutableDictionaryRef d) { Put(d, "element-name", Str("a")); }},
+         [](CFMutableDictionaryRef d) { Put(d, "element-name", NewCFString("a")); }},
         {"element names of text",
          [](CFMutableDictionaryRef d) {
-             CFMutableDictionaryRef names = NewDict();
-             Put(names, "2", Str("b"));
+             CFMutableDictionaryRef names = NewCFTypeDictionary();
+             Put(names, "2", NewCFString("b"));
              Put(d, "element-name", names);
          }},
         {"element name as number",
          [](CFMutableDictionaryRef d) {
-             CFMutableDictionaryRef outputs = NewDict();
+             CFMutableDictionaryRef outputs = NewCFTypeDictionary();
              Put(outputs, "0", Int(5));
-             CFMutableDictionaryRef names = NewDict();
+             CFMutableDictionaryRef names = NewCFTypeDictionary();
              Put(names, "2", outputs);
              Put(d, "element-name", names);
          }},
@@ -267,14 +249,14 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
         SCOPED_TRACE(entry.first);
         CFMutableDictionaryRef state = BaseState();
         Put(state, "data", Data(good));
-        Put(state, "name", Str("refused"));
+        Put(state, "name", NewCFString("refused"));
         entry.second(state);
         EXPECT_EQ(Restore(state), kAudioUnitErr_InvalidPropertyValue);
         EXPECT_EQ(Values(), before);
-        EXPECT_EQ(ToStdString(mUnit->CurrentPreset().presetName), "Untitled");
+        EXPECT_EQ(ToString(mUnit->CurrentPreset().presetName), "Untitled");
         CFRelease(state);
     }
-    CFStringRef notADictionary = Str("state");
+    CFStringRef notADictionary = NewCFString("state");
     EXPECT_EQ(Restore(notADictionary), kAudioUnitErr_InvalidPropertyValue);
     CFRelease(notADictionary);
     EXPECT_TRUE(mLog.mCalls.empty());
@@ -289,15 +271,15 @@ TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementOrAnError)
              Record(0, 0, {{2, 9.0f}})));
     EXPECT_EQ(Restore(state), noErr);
     EXPECT_EQ(Values(), (std::vector<float>{10.0f, 7.0f, 30.0f}));
-    EXPECT_EQ(ToStdString(mUnit->CurrentPreset().presetName), "Untitled");
+    EXPECT_EQ(ToString(mUnit->CurrentPreset().presetName), "Untitled");
     CFRelease(state);
 
     state = BaseState();
-    Put(state, "name", Str("bad scope"));
+    Put(state, "name", NewCFString("bad scope"));
     Put(state, "data", Data(Record(0, 0, {{0, 1.0f}}) + Record(7, 0, {{0, 2.0f}})));
     EXPECT_EQ(Restore(state), kAudioUnitErr_InvalidScope);
     EXPECT_EQ(mUnit->Globals()->GetParameter(0), 1.0f);
-    EXPECT_EQ(ToStdString(mUnit->CurrentPreset().presetName), "Untitled");
+    EXPECT_EQ(ToString(mUnit->CurrentPreset().presetName), "Untitled");
     CFRelease(state);
 
     state = BaseState();
@@ -315,7 +297,7 @@ TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementOrAnError)
 
 TEST_F(StateTest, ElementNamesAreSavedAndRestoredPerScope)
 {
-    CFStringRef name = Str("Main out");
+    CFStringRef name = NewCFString("Main out");
     ASSERT_EQ(AudioUnitSetProperty(mInstance, kAudioUnitProperty_ElementName,
                                    kAudioUnitScope_Output, 0, &name, sizeof(name)),
               noErr);
@@ -326,24 +308,24 @@ TEST_F(StateTest, ElementNamesAreSavedAndRestoredPerScope)
     EXPECT_EQ(CFDictionaryGetCount(names), 1);
     CFDictionaryRef outputs = static_cast<CFDictionaryRef>(CFDictionaryGetValue(names, CFSTR("2")));
     ASSERT_NE(outputs, nullptr);
-    EXPECT_EQ(ToStdString(CFDictionaryGetValue(outputs, CFSTR("0"))), "Main out");
+    EXPECT_EQ(ToString(CFDictionaryGetValue(outputs, CFSTR("0"))), "Main out");
 
     mUnit->GetOutput(0)->SetName(nullptr);
     EXPECT_EQ(Restore(saved), noErr);
-    EXPECT_EQ(ToStdString(mUnit->GetOutput(0)->GetName()), "Main out");
+    EXPECT_EQ(ToString(mUnit->GetOutput(0)->GetName()), "Main out");
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_ElementCount), 0u);
 
     // Names for group elements the unit lacks create them, and listeners hear
     // about the new element count.
     CFMutableDictionaryRef state = BaseState();
-    CFMutableDictionaryRef allNames = NewDict();
-    CFMutableDictionaryRef groups = NewDict();
-    Put(groups, "1", Str("Group B"));
+    CFMutableDictionaryRef allNames = NewCFTypeDictionary();
+    CFMutableDictionaryRef groups = NewCFTypeDictionary();
+    Put(groups, "1", NewCFString("Group B"));
     Put(allNames, "3", groups);
     Put(state, "element-name", allNames);
     EXPECT_EQ(Restore(state), noErr);
     EXPECT_EQ(mUnit->Groups().GetNumberOfElements(), 2u);
-    EXPECT_EQ(ToStdString(mUnit->Groups().GetElement(1)->GetName()), "Group B");
+    EXPECT_EQ(ToString(mUnit->Groups().GetElement(1)->GetName()), "Group B");
     ASSERT_EQ(mLog.CountOf(kAudioUnitProperty_ElementCount), 1u);
     CFRelease(state);
     CFRelease(saved);

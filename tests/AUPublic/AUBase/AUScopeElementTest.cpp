@@ -1,5 +1,6 @@
 #include "AUBaseTestUnit.h"
 #include "AUScopeElement.h"
+#include "CFTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -39,28 +40,9 @@ public:
     std::vector<UInt32> mCreated;
 };
 
-CFStringRef MakeString(const char* inText)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, inText, kCFStringEncodingUTF8);
-}
-
-std::string ToStdString(CFTypeRef inString)
-{
-    char text[256] = {};
-    CFStringGetCString(static_cast<CFStringRef>(inString), text, sizeof(text),
-                       kCFStringEncodingUTF8);
-    return text;
-}
-
-CFMutableDictionaryRef MakeDict()
-{
-    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                     &kCFTypeDictionaryValueCallBacks);
-}
-
 void SetEntry(CFMutableDictionaryRef ioDict, const char* inKey, CFTypeRef inValue)
 {
-    CFStringRef key = MakeString(inKey);
+    CFStringRef key = NewCFString(inKey);
     CFDictionarySetValue(ioDict, key, inValue);
     CFRelease(key);
 }
@@ -68,7 +50,7 @@ void SetEntry(CFMutableDictionaryRef ioDict, const char* inKey, CFTypeRef inValu
 std::string NameOf(AUScope& inScope, UInt32 inIndex)
 {
     CFStringRef name = inScope.GetElement(inIndex)->GetName();
-    return name == nullptr ? std::string("<none>") : ToStdString(name);
+    return name == nullptr ? std::string("<none>") : ToString(name);
 }
 
 } // namespace
@@ -204,20 +186,20 @@ TEST(AUScopeTest, ElementNamesRoundTripThroughTheNameDictionary)
     auto unitOwner = OpenUnit(1, 3);
     AUBaseTestUnit& unit = *unitOwner;
     AUScope& outputs = unit.GetScope(kAudioUnitScope_Output);
-    CFMutableDictionaryRef dict = MakeDict();
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
     outputs.AddElementNamesToDict(dict);
     EXPECT_EQ(CFDictionaryGetCount(dict), 0);
 
-    CFStringRef name = MakeString("Side chain");
+    CFStringRef name = NewCFString("Side chain");
     outputs.GetElement(2)->SetName(name);
     EXPECT_TRUE(outputs.HasElementWithName());
     outputs.AddElementNamesToDict(dict);
     ASSERT_EQ(CFDictionaryGetCount(dict), 1);
-    CFStringRef scopeKey = MakeString("2");
+    CFStringRef scopeKey = NewCFString("2");
     CFDictionaryRef inner = static_cast<CFDictionaryRef>(CFDictionaryGetValue(dict, scopeKey));
     ASSERT_NE(inner, nullptr);
     EXPECT_EQ(CFDictionaryGetCount(inner), 1);
-    EXPECT_EQ(ToStdString(CFDictionaryGetValue(inner, scopeKey)), "Side chain");
+    EXPECT_EQ(ToString(CFDictionaryGetValue(inner, scopeKey)), "Side chain");
 
     auto otherOwner = OpenUnit(1, 1);
     AUBaseTestUnit& other = *otherOwner;
@@ -237,9 +219,9 @@ TEST(AUScopeTest, RestoredNamesSkipMalformedKeysAndHugeIndices)
     auto unitOwner = OpenUnit(1, 1, 1);
     AUBaseTestUnit& unit = *unitOwner;
     AUScope& groups = unit.GetScope(kAudioUnitScope_Group);
-    CFMutableDictionaryRef dict = MakeDict();
-    CFStringRef name = MakeString("kept");
-    CFStringRef bad = MakeString("skipped");
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
+    CFStringRef name = NewCFString("kept");
+    CFStringRef bad = NewCFString("skipped");
     const int number = 5;
     CFNumberRef notAString = CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &number);
     SetEntry(dict, "0", name);
@@ -259,7 +241,7 @@ TEST(AUScopeTest, RestoredNamesSkipMalformedKeysAndHugeIndices)
     EXPECT_EQ(NameOf(groups, 3), "kept");
 
     // The largest index accepted grows the scope to exactly the limit.
-    CFMutableDictionaryRef edge = MakeDict();
+    CFMutableDictionaryRef edge = NewCFTypeDictionary();
     SetEntry(edge, "1023", name);
     CFDictionaryRef edgeNames = edge;
     EXPECT_TRUE(groups.RestoreElementNames(edgeNames));
