@@ -7,9 +7,9 @@
 #include <string>
 
 // A new string from UTF-8 text, owned by the caller.
-inline CFStringRef NewCFString(const char* inText)
+inline CFStringRef NewCFString(const std::string& inText)
 {
-    return CFStringCreateWithCString(kCFAllocatorDefault, inText, kCFStringEncodingUTF8);
+    return CFStringCreateWithCString(kCFAllocatorDefault, inText.c_str(), kCFStringEncodingUTF8);
 }
 
 // A new empty mutable dictionary that retains its keys and values, owned by

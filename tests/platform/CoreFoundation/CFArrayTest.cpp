@@ -1,20 +1,13 @@
 // Arrays: what the callbacks retain and release, and range checks.
+#include "CFTestHelpers.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
 
-namespace {
-
-CFStringRef makeString(const char* text)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
-}
-
-} // namespace
-
 TEST(CFArrayTest, TypeCallbacksRetainWhileHeld)
 {
-    CFStringRef value = makeString("value");
+    CFStringRef value = NewCFString("value");
     CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
     CFArrayAppendValue(array, value);
     CFArrayAppendValue(array, value);
@@ -41,8 +34,8 @@ TEST(CFArrayTest, TypeCallbacksRetainWhileHeld)
 
 TEST(CFArrayTest, NullCallbacksNeitherRetainNorRelease)
 {
-    CFStringRef value = makeString("preset");
-    CFStringRef twin = makeString("preset");
+    CFStringRef value = NewCFString("preset");
+    CFStringRef twin = NewCFString("preset");
     CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 15, nullptr);
     for (int i = 0; i < 20; ++i) {
         CFArrayAppendValue(array, value);
@@ -87,7 +80,7 @@ TEST(CFArrayTest, IndicesAndImmutability)
     EXPECT_EQ(CFSTR("c"), values[3]);
     EXPECT_EQ(CFSTR("end"), values[4]);
     // Equal content found through the equal callback, not identity.
-    CFStringRef b = makeString("b");
+    CFStringRef b = NewCFString("b");
     EXPECT_EQ(2, CFArrayGetFirstIndexOfValue(array, CFRangeMake(0, 5), b));
     EXPECT_FALSE(CFArrayContainsValue(array, CFRangeMake(3, 2), b));
     CFRelease(b);

@@ -1,5 +1,7 @@
 // Dictionaries: one entry per key whatever object spells it, and exact
 // retain counts for keys and values with and without callbacks.
+#include "CFTestHelpers.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -8,28 +10,13 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-CFStringRef makeString(const std::string& text)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8);
-}
-
-CFMutableDictionaryRef makeTypeDictionary()
-{
-    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                     &kCFTypeDictionaryValueCallBacks);
-}
-
-} // namespace
-
 TEST(CFDictionaryTest, SettingAnEqualKeyReplacesTheValue)
 {
-    CFStringRef key = makeString("name");
-    CFStringRef sameKey = makeString("name");
-    CFStringRef first = makeString("first");
-    CFStringRef second = makeString("second");
-    CFMutableDictionaryRef dict = makeTypeDictionary();
+    CFStringRef key = NewCFString("name");
+    CFStringRef sameKey = NewCFString("name");
+    CFStringRef first = NewCFString("first");
+    CFStringRef second = NewCFString("second");
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
 
     CFDictionarySetValue(dict, key, first);
     EXPECT_EQ(2, CFGetRetainCount(key));
@@ -71,10 +58,10 @@ TEST(CFDictionaryTest, SettingAnEqualKeyReplacesTheValue)
 TEST(CFDictionaryTest, ManyKeysAreNeitherLostNorDuplicated)
 {
     constexpr int kCount = 2000;
-    CFMutableDictionaryRef dict = makeTypeDictionary();
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
     for (int round = 0; round < 2; ++round) {
         for (int i = 0; i < kCount; ++i) {
-            CFStringRef key = makeString("key" + std::to_string(i));
+            CFStringRef key = NewCFString("key" + std::to_string(i));
             CFNumberRef value = CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &i);
             CFDictionarySetValue(dict, key, value);
             CFRelease(value);
@@ -83,7 +70,7 @@ TEST(CFDictionaryTest, ManyKeysAreNeitherLostNorDuplicated)
     }
     ASSERT_EQ(kCount, CFDictionaryGetCount(dict));
     for (int i = 0; i < kCount; i += 2) {
-        CFStringRef key = makeString("key" + std::to_string(i));
+        CFStringRef key = NewCFString("key" + std::to_string(i));
         CFDictionaryRemoveValue(dict, key);
         CFRelease(key);
     }
@@ -117,9 +104,9 @@ TEST(CFDictionaryTest, ManyKeysAreNeitherLostNorDuplicated)
 
 TEST(CFDictionaryTest, NullCallbacksUseIdentityAndNoRetain)
 {
-    CFStringRef key = makeString("k");
-    CFStringRef twin = makeString("k");
-    CFStringRef value = makeString("v");
+    CFStringRef key = NewCFString("k");
+    CFStringRef twin = NewCFString("k");
+    CFStringRef value = NewCFString("v");
     CFMutableDictionaryRef dict =
         CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr);
     CFDictionarySetValue(dict, key, value);
@@ -150,7 +137,7 @@ TEST(CFDictionaryTest, NullCallbacksUseIdentityAndNoRetain)
 
 TEST(CFDictionaryTest, CreateFromArraysKeepsTheLaterPairAndIsImmutable)
 {
-    CFStringRef inner = makeString("inner");
+    CFStringRef inner = NewCFString("inner");
     const void* keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
     const void* values[] = {inner, kCFBooleanTrue, kCFBooleanFalse};
     CFDictionaryRef dict =

@@ -1,5 +1,7 @@
 // Property lists: round trips keep every value and its kind (integer vs
 // real), both formats read back, bad input fails cleanly.
+#include "CFTestHelpers.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -9,26 +11,15 @@
 
 namespace {
 
-CFStringRef makeString(const char* text)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
-}
-
 template <typename T> CFNumberRef makeNumber(CFNumberType type, T value)
 {
     return CFNumberCreate(kCFAllocatorDefault, type, &value);
 }
 
-CFMutableDictionaryRef makeDictionary()
-{
-    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                     &kCFTypeDictionaryValueCallBacks);
-}
-
 // Stores value under key and gives up the caller's reference to it.
 void put(CFMutableDictionaryRef dict, const char* key, CFTypeRef value)
 {
-    CFStringRef name = makeString(key);
+    CFStringRef name = NewCFString(key);
     CFDictionarySetValue(dict, name, value);
     CFRelease(name);
     CFRelease(value);
@@ -37,7 +28,7 @@ void put(CFMutableDictionaryRef dict, const char* key, CFTypeRef value)
 // A preset-like tree with every kind of value, integers and reals apart.
 CFMutableDictionaryRef makeState()
 {
-    CFMutableDictionaryRef dict = makeDictionary();
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
     put(dict, "version", makeNumber(kCFNumberSInt32Type, SInt32(0)));
     put(dict, "subtype", makeNumber(kCFNumberSInt32Type, SInt32(0x666C6E67)));
     put(dict, "negative", makeNumber(kCFNumberSInt64Type, SInt64(-1234567890123LL)));
@@ -47,10 +38,10 @@ CFMutableDictionaryRef makeState()
     const UInt8 blob[] = {0, 0, 0, 1, 0xFF, 0x80};
     put(dict, "data", CFDataCreate(kCFAllocatorDefault, blob, sizeof blob));
     put(dict, "empty", CFDataCreate(kCFAllocatorDefault, nullptr, 0));
-    put(dict, "name", makeString("Wah <&> \"Caf\xC3\xA9\""));
+    put(dict, "name", NewCFString("Wah <&> \"Caf\xC3\xA9\""));
     const void* items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
     put(dict, "flags", CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks));
-    CFMutableDictionaryRef names = makeDictionary();
+    CFMutableDictionaryRef names = NewCFTypeDictionary();
     CFDictionarySetValue(names, CFSTR("0"), CFSTR("Left"));
     put(dict, "element-name", names);
     return dict;
@@ -58,7 +49,7 @@ CFMutableDictionaryRef makeState()
 
 bool isFloat(CFDictionaryRef dict, const char* key)
 {
-    CFStringRef name = makeString(key);
+    CFStringRef name = NewCFString(key);
     const bool result =
         CFNumberIsFloatType(static_cast<CFNumberRef>(CFDictionaryGetValue(dict, name)));
     CFRelease(name);
@@ -195,7 +186,7 @@ TEST(CFPropertyListTest, InvalidInputFailsWithAnError)
 
     // A non-string key, or a non-property-list value, cannot be written.
     CFNumberRef number = makeNumber(kCFNumberSInt32Type, SInt32(1));
-    CFMutableDictionaryRef dict = makeDictionary();
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
     CFDictionarySetValue(dict, number, CFSTR("one"));
     EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, dict,
                                                 kCFPropertyListXMLFormat_v1_0, 0, &error));

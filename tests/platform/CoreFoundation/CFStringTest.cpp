@@ -1,4 +1,6 @@
 // Strings: UTF-16 lengths, C-string conversion limits, ordering, formatting.
+#include "CFTestHelpers.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -6,19 +8,10 @@
 #include <cstring>
 #include <string>
 
-namespace {
-
-CFStringRef makeUTF8(const char* text)
-{
-    return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
-}
-
-} // namespace
-
 TEST(CFStringTest, LengthCountsUTF16Units)
 {
     // "é" is one unit, U+1F600 is a surrogate pair.
-    CFStringRef string = makeUTF8("a\xC3\xA9\xF0\x9F\x98\x80");
+    CFStringRef string = NewCFString("a\xC3\xA9\xF0\x9F\x98\x80");
     ASSERT_NE(nullptr, string);
     EXPECT_EQ(4, CFStringGetLength(string));
     EXPECT_EQ(0xE9, CFStringGetCharacterAtIndex(string, 1));
@@ -28,15 +21,15 @@ TEST(CFStringTest, LengthCountsUTF16Units)
     EXPECT_EQ(12, CFStringGetMaximumSizeForEncoding(4, kCFStringEncodingUTF8));
     CFRelease(string);
 
-    EXPECT_EQ(nullptr, makeUTF8("bad \xC3"));
-    EXPECT_EQ(nullptr, makeUTF8("overlong \xC0\xAF"));
+    EXPECT_EQ(nullptr, NewCFString("bad \xC3"));
+    EXPECT_EQ(nullptr, NewCFString("overlong \xC0\xAF"));
     EXPECT_EQ(nullptr,
               CFStringCreateWithCString(kCFAllocatorDefault, "\xE9t\xE9", kCFStringEncodingASCII));
 }
 
 TEST(CFStringTest, GetCStringNeedsRoomForTheTerminator)
 {
-    CFStringRef string = makeUTF8("caf\xC3\xA9"); // 5 UTF-8 bytes
+    CFStringRef string = NewCFString("caf\xC3\xA9"); // 5 UTF-8 bytes
     char buffer[8];
     std::memset(buffer, 'x', sizeof buffer);
     EXPECT_FALSE(CFStringGetCString(string, buffer, 5, kCFStringEncodingUTF8));
@@ -70,7 +63,7 @@ TEST(CFStringTest, BytesInOtherEncodingsDecode)
     const UInt8 bigEndian[] = {0, 'h', 0, 0xE9};
     CFStringRef big =
         CFStringCreateWithBytes(kCFAllocatorDefault, bigEndian, 4, kCFStringEncodingUTF16BE, false);
-    CFStringRef expected = makeUTF8("h\xC3\xA9");
+    CFStringRef expected = NewCFString("h\xC3\xA9");
     EXPECT_TRUE(CFEqual(expected, little));
     EXPECT_TRUE(CFEqual(expected, big));
     EXPECT_EQ(nullptr, CFStringCreateWithBytes(kCFAllocatorDefault, utf16WithBOM, 5,
@@ -141,7 +134,7 @@ TEST(CFStringTest, FormatAndMutation)
     CFRelease(pair);
 
     // Appending to an immutable string changes nothing.
-    CFStringRef fixed = makeUTF8("fixed");
+    CFStringRef fixed = NewCFString("fixed");
     CFStringAppend(reinterpret_cast<CFMutableStringRef>(const_cast<__CFString*>(fixed)),
                    CFSTR("more"));
     EXPECT_EQ(5, CFStringGetLength(fixed));
