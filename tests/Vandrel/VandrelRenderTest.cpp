@@ -2,6 +2,7 @@
 // into this program: the engine is begun, cooked and run exactly as a direct
 // engine stream would be, across initialize, reset, bypass, presets and
 // scheduled parameter events.
+#include "ParameterEvents.h"
 #include "VandrelTestHost.h"
 
 #include <gtest/gtest.h>
@@ -20,33 +21,6 @@ void SetAll(Instance& inUnit, const float (&inValues)[7])
     for (AudioUnitParameterID id = 0; id < 7; ++id) {
         ASSERT_EQ(noErr, inUnit.SetParameter(id, inValues[id]));
     }
-}
-
-AudioUnitParameterEvent Immediate(AudioUnitParameterID inID, UInt32 inOffset, float inValue)
-{
-    AudioUnitParameterEvent event{};
-    event.scope = kAudioUnitScope_Global;
-    event.element = 0;
-    event.parameter = inID;
-    event.eventType = kParameterEvent_Immediate;
-    event.eventValues.immediate.bufferOffset = inOffset;
-    event.eventValues.immediate.value = inValue;
-    return event;
-}
-
-AudioUnitParameterEvent Ramp(AudioUnitParameterID inID, SInt32 inOffset, UInt32 inDuration,
-                             float inStart, float inEnd)
-{
-    AudioUnitParameterEvent event{};
-    event.scope = kAudioUnitScope_Global;
-    event.element = 0;
-    event.parameter = inID;
-    event.eventType = kParameterEvent_Ramped;
-    event.eventValues.ramp.startBufferOffset = inOffset;
-    event.eventValues.ramp.durationInFrames = inDuration;
-    event.eventValues.ramp.startValue = inStart;
-    event.eventValues.ramp.endValue = inEnd;
-    return event;
 }
 
 double Rms(const std::vector<float>& inSamples, std::size_t inBegin, std::size_t inEnd)
@@ -317,9 +291,9 @@ TEST_P(VandrelScheduledRender, EventsAtFrameZeroSoundLikePlainSettings)
     scheduled.RenderAppend(a, 400);
     plain.RenderAppend(b, 400);
 
-    const AudioUnitParameterEvent events[] = {Immediate(kParam_WetOut, 0, -4.0f),
-                                              Immediate(kParam_ModulationRate, 0, 3.0f),
-                                              Immediate(kParam_DryOut, 0, -9.5f)};
+    const AudioUnitParameterEvent events[] = {ImmediateEvent(kParam_WetOut, 0, -4.0f),
+                                              ImmediateEvent(kParam_ModulationRate, 0, 3.0f),
+                                              ImmediateEvent(kParam_DryOut, 0, -9.5f)};
     ASSERT_EQ(noErr, AudioUnitScheduleParameters(scheduled.unit(), events, 3));
     ASSERT_EQ(noErr, plain.SetParameter(kParam_WetOut, -4.0f));
     ASSERT_EQ(noErr, plain.SetParameter(kParam_ModulationRate, 3.0f));
@@ -350,8 +324,8 @@ TEST_P(VandrelScheduledRender, ImmediateEventSplitsRenderLikeTwoRenders)
     scheduled.RenderAppend(a, 300);
     twoRenders.RenderAppend(b, 300);
 
-    const AudioUnitParameterEvent events[] = {Immediate(kParam_WetOut, split, -20.0f),
-                                              Immediate(kParam_ModulationDepth, split, 90.0f)};
+    const AudioUnitParameterEvent events[] = {ImmediateEvent(kParam_WetOut, split, -20.0f),
+                                              ImmediateEvent(kParam_ModulationDepth, split, 90.0f)};
     ASSERT_EQ(noErr, AudioUnitScheduleParameters(scheduled.unit(), events, 2));
     scheduled.RenderAppend(a, kFrames);
 
@@ -377,7 +351,7 @@ TEST(VandrelScheduledRamp, EngineFollowsRampEvery32Frames)
     unit.Prepare(1, 44100.0);
     float values[7] = {-80.0f, -80.0f, 1.0f, 0.5f, 50.0f, 1000.0f, 50.0f};
     SetAll(unit, values);
-    const AudioUnitParameterEvent ramp = Ramp(kParam_WetOut, 64, 256, -80.0f, 0.0f);
+    const AudioUnitParameterEvent ramp = RampEvent(kParam_WetOut, 64, 256, -80.0f, 0.0f);
     ASSERT_EQ(noErr, AudioUnitScheduleParameters(unit.unit(), &ramp, 1));
     Audio actual;
     unit.RenderAppend(actual, 512);

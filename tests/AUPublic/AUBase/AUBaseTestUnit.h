@@ -7,6 +7,8 @@
 #include "AUBase.h"
 #include "AUInputElement.h"
 #include "AUOutputElement.h"
+#include "ParameterEvents.h"
+#include "ThrownStatus.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -134,44 +136,5 @@ struct ListenerLog
         return count;
     }
 };
-
-// The status a call throws, or noErr.
-template <class F> OSStatus ThrownStatus(F&& inCall)
-{
-    try {
-        inCall();
-    } catch (OSStatus status) {
-        return status;
-    }
-    return noErr;
-}
-
-inline AudioUnitParameterEvent ImmediateEvent(AudioUnitParameterID inID, UInt32 inOffset,
-                                              float inValue, AudioUnitElement inElement = 0)
-{
-    AudioUnitParameterEvent event{};
-    event.scope = kAudioUnitScope_Global;
-    event.element = inElement;
-    event.parameter = inID;
-    event.eventType = kParameterEvent_Immediate;
-    event.eventValues.immediate.bufferOffset = inOffset;
-    event.eventValues.immediate.value = inValue;
-    return event;
-}
-
-inline AudioUnitParameterEvent RampEvent(AudioUnitParameterID inID, SInt32 inOffset,
-                                         UInt32 inDuration, float inStart, float inEnd)
-{
-    AudioUnitParameterEvent event{};
-    event.scope = kAudioUnitScope_Global;
-    event.element = 0;
-    event.parameter = inID;
-    event.eventType = kParameterEvent_Ramped;
-    event.eventValues.ramp.startBufferOffset = inOffset;
-    event.eventValues.ramp.durationInFrames = inDuration;
-    event.eventValues.ramp.startValue = inStart;
-    event.eventValues.ramp.endValue = inEnd;
-    return event;
-}
 
 #endif

@@ -2,6 +2,7 @@
 #include "AUBase.h"
 #include "AUInputElement.h"
 #include "ComponentBase.h"
+#include "ThrownStatus.h"
 
 #include <gtest/gtest.h>
 
@@ -16,16 +17,6 @@ public:
         return !IsInitialized();
     }
 };
-
-template <class F> OSStatus StatusOf(F&& f)
-{
-    try {
-        f();
-    } catch (OSStatus status) {
-        return status;
-    }
-    return 0;
-}
 
 AudioTimeStamp TimeAt(Float64 sampleTime)
 {
@@ -129,7 +120,7 @@ TEST(AUInputElementTest, CallbackFillsTheBusMemory)
     EXPECT_EQ(pulled.mBuffers[1].mDataByteSize, 2048u);
     EXPECT_EQ(static_cast<float*>(pulled.mBuffers[1].mData)[511], 611.0f);
 
-    EXPECT_EQ(StatusOf([&] { in->PullInput(flags, ts, 0, 1157); }),
+    EXPECT_EQ(ThrownStatus([&] { in->PullInput(flags, ts, 0, 1157); }),
               kAudioUnitErr_TooManyFramesToProcess);
 
     // A new format while initialized resizes the bus for the callback.

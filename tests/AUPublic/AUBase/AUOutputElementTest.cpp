@@ -1,5 +1,6 @@
 #include "AUBase.h"
 #include "AUOutputElement.h"
+#include "ThrownStatus.h"
 
 #include <gtest/gtest.h>
 
@@ -18,16 +19,6 @@ public:
         return !IsInitialized();
     }
 };
-
-template <class F> OSStatus StatusOf(F&& f)
-{
-    try {
-        f();
-    } catch (OSStatus status) {
-        return status;
-    }
-    return 0;
-}
 
 CAStreamBasicDescription FloatChannels(UInt32 channels)
 {
@@ -83,7 +74,7 @@ TEST(AUOutputElementTest, BuffersAreSizedOnlyOnceInitializationBegins)
     AudioBufferList& list = out->PrepareIOBuffer(1156);
     EXPECT_EQ(list.mNumberBuffers, 4u);
     EXPECT_EQ(list.mBuffers[3].mDataByteSize, 4624u);
-    EXPECT_EQ(StatusOf([&] { out->PrepareIOBuffer(1157); }), kAudioUnitErr_TooManyFramesToProcess);
+    EXPECT_EQ(ThrownStatus([&] { out->PrepareIOBuffer(1157); }), kAudioUnitErr_TooManyFramesToProcess);
 
     out->AllocateBuffer(2000);
     EXPECT_EQ(buffers.GetAllocatedFrames(), 2000u) << "an explicit frame count wins";
@@ -103,7 +94,7 @@ TEST(AUOutputElementTest, HostSuppliedBusGetsOnlyAListHeader)
     EXPECT_EQ(out->GetBufferList().GetAllocatedStreams(), 2u);
     EXPECT_EQ(out->GetBufferList().GetAllocatedBytes(), 0u);
     EXPECT_EQ(out->GetBufferList().GetAllocatedFrames(), 0u);
-    EXPECT_EQ(StatusOf([&] { out->PrepareIOBuffer(1); }), kAudioUnitErr_InvalidPropertyValue);
+    EXPECT_EQ(ThrownStatus([&] { out->PrepareIOBuffer(1); }), kAudioUnitErr_InvalidPropertyValue);
     EXPECT_EQ(out->GetBufferList().PrepareNullBuffer(out->GetStreamFormat(), 512).mNumberBuffers,
               2u);
 }

@@ -1,5 +1,6 @@
 #include "AUBuffer.h"
 #include "BufferListStorage.h"
+#include "ThrownStatus.h"
 
 #include <gtest/gtest.h>
 
@@ -24,17 +25,6 @@ CAStreamBasicDescription FloatFormat(UInt32 channels, bool interleaved)
     return d;
 }
 
-// The status a call throws, or 0 when it returns.
-template <class F> OSStatus StatusOf(F&& f)
-{
-    try {
-        f();
-    } catch (OSStatus status) {
-        return status;
-    }
-    return 0;
-}
-
 std::uintptr_t Address(const void* p)
 {
     return reinterpret_cast<std::uintptr_t>(p);
@@ -54,7 +44,7 @@ TEST_F(AUBufferListTest, AllocateAndPrepareDefaultStereo)
     EXPECT_EQ(mList.GetAllocatedFrames(), 1156u);
     EXPECT_EQ(mList.GetAllocatedBytes(), 9248u) << "two strides of 4624 bytes";
     EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersInvalid);
-    EXPECT_EQ(StatusOf([&] { mList.GetPreparedList(); }), -1);
+    EXPECT_EQ(ThrownStatus([&] { mList.GetPreparedList(); }), -1);
 
     AudioBufferList& abl = mList.PrepareBuffer(mStereo, 512);
     EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersToOwnMemory);
@@ -70,8 +60,8 @@ TEST_F(AUBufferListTest, AllocateAndPrepareDefaultStereo)
     // The whole block is writable (the sanitizer build checks the bounds).
     std::memset(abl.mBuffers[1].mData, 0, 4624);
 
-    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1156); }), 0);
-    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1157); }),
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(mStereo, 1156); }), 0);
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(mStereo, 1157); }),
               kAudioUnitErr_TooManyFramesToProcess);
 }
 
@@ -101,9 +91,9 @@ TEST_F(AUBufferListTest, AllocationOnlyGrowsButFramesFollowTheLastRequest)
     mList.Allocate(mStereo, 0);
     EXPECT_EQ(mList.GetAllocatedBytes(), 9248u);
     EXPECT_EQ(mList.GetAllocatedFrames(), 0u);
-    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 1); }),
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(mStereo, 1); }),
               kAudioUnitErr_TooManyFramesToProcess);
-    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 0); }), 0);
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(mStereo, 0); }), 0);
 
     mList.Allocate(FloatFormat(4, false), 2000);
     EXPECT_EQ(mList.GetAllocatedStreams(), 4u);
@@ -118,7 +108,7 @@ TEST_F(AUBufferListTest, SizeOverflowsThrowBeforeAnythingChanges)
         EXPECT_EQ(mList.GetAllocatedStreams(), 2u) << what;
         EXPECT_EQ(mList.GetAllocatedFrames(), 256u) << what;
         EXPECT_EQ(mList.GetAllocatedBytes(), 2048u) << what;
-        EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(mStereo, 256); }), 0) << what;
+        EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(mStereo, 256); }), 0) << what;
     };
 
     // Header: 8 + 16 n must fit 32 bits.
@@ -162,12 +152,12 @@ TEST_F(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
 
     // A format needing more buffers than the header holds is refused by both.
     const CAStreamBasicDescription five = FloatFormat(5, false);
-    EXPECT_EQ(StatusOf([&] { mList.PrepareNullBuffer(five, 1); }),
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareNullBuffer(five, 1); }),
               kAudioUnitErr_FormatNotSupported);
-    EXPECT_EQ(StatusOf([&] { mList.PrepareBuffer(five, 0); }), kAudioUnitErr_FormatNotSupported);
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(five, 0); }), kAudioUnitErr_FormatNotSupported);
 
     AUBufferList fresh;
-    EXPECT_EQ(StatusOf([&] { fresh.PrepareNullBuffer(FloatFormat(1, true), 1); }),
+    EXPECT_EQ(ThrownStatus([&] { fresh.PrepareNullBuffer(FloatFormat(1, true), 1); }),
               kAudioUnitErr_FormatNotSupported)
         << "no header before the first allocation";
 }
@@ -181,7 +171,7 @@ TEST_F(AUBufferListTest, DeallocateForgetsMemoryAndInvalidates)
     EXPECT_EQ(mList.GetAllocatedFrames(), 0u);
     EXPECT_EQ(mList.GetAllocatedBytes(), 0u);
     EXPECT_EQ(mList.GetPointerState(), AUBufferList::kPointersInvalid);
-    EXPECT_EQ(StatusOf([&] { mList.GetPreparedList(); }), -1);
+    EXPECT_EQ(ThrownStatus([&] { mList.GetPreparedList(); }), -1);
 
     mList.Allocate(mStereo, 512);
     EXPECT_EQ(mList.PrepareBuffer(mStereo, 512).mBuffers[1].mDataByteSize, 2048u);
@@ -240,7 +230,7 @@ TEST_F(AUBufferListTest, CallerListAndPointerCopies)
     mList.Allocate(mStereo, 64);
 
     BufferListStorage dest(2);
-    EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(dest.List()); }), -1) << "not prepared";
+    EXPECT_EQ(ThrownStatus([&] { mList.CopyPointersTo(dest.List()); }), -1) << "not prepared";
 
     float left[64] = {};
     float right[64] = {};
@@ -252,9 +242,9 @@ TEST_F(AUBufferListTest, CallerListAndPointerCopies)
     EXPECT_EQ(mList.GetPreparedList().mBuffers[1].mData, right);
 
     BufferListStorage three(3);
-    EXPECT_EQ(StatusOf([&] { mList.UseCallerList(three.List()); }), -1)
+    EXPECT_EQ(ThrownStatus([&] { mList.UseCallerList(three.List()); }), -1)
         << "more buffers than the header holds";
-    EXPECT_EQ(StatusOf([&] { mList.CopyPointersTo(three.List()); }), -1);
+    EXPECT_EQ(ThrownStatus([&] { mList.CopyPointersTo(three.List()); }), -1);
 
     AudioBufferList& own = mList.PrepareBuffer(mStereo, 32);
     dest.List().mBuffers[0] = {9, 9, nullptr};
@@ -273,7 +263,7 @@ TEST_F(AUBufferListTest, CopyContentsRepeatsTheLastSourceBuffer)
     mList.Allocate(mStereo, 8);
 
     BufferListStorage dest(3);
-    EXPECT_EQ(StatusOf([&] { mList.CopyContentsTo(dest.List()); }), -1) << "not prepared";
+    EXPECT_EQ(ThrownStatus([&] { mList.CopyContentsTo(dest.List()); }), -1) << "not prepared";
 
     AudioBufferList& src = mList.PrepareBuffer(mStereo, 4);
     for (int i = 0; i < 4; ++i) {
