@@ -526,11 +526,11 @@ OSStatus Vandrel::GetParameterInfo(AudioUnitScope inScope, AudioUnitParameterID 
     outParameterInfo.cfNameString = name;
     outParameterInfo.flags = kParamInfoFlags | kAudioUnitParameterFlag_HasCFNameString;
     CopyParameterName(name, outParameterInfo.name);
-    const ParameterSpec& spec = kParameterSpecs[inParameterID];
-    outParameterInfo.minValue = spec.minValue;
-    outParameterInfo.maxValue = spec.maxValue;
-    outParameterInfo.defaultValue = spec.defaultValue;
-    outParameterInfo.unit = spec.unit;
+    const ParameterSpec& row = kParameterSpecs[inParameterID];
+    outParameterInfo.minValue = row.minValue;
+    outParameterInfo.maxValue = row.maxValue;
+    outParameterInfo.defaultValue = row.defaultValue;
+    outParameterInfo.unit = row.unit;
     return noErr;
 }
 

@@ -170,14 +170,14 @@ void Application::render(PluginHost& host, AudioSource& source, const Options& o
   std::vector<Ramp> ramps;
   if (!options.ramps.empty()) {
     const ParameterTable table(host.parameters());
-    for (const RampSpec& spec : options.ramps) {
-      const ParameterDescription& parameter = table.find(spec.name);
+    for (const RampSpec& request : options.ramps) {
+      const ParameterDescription& parameter = table.find(request.name);
       const Ramp ramp{parameter.id,
                       parameter.name,
-                      static_cast<AudioUnitParameterValue>(spec.from),
-                      static_cast<AudioUnitParameterValue>(spec.to),
-                      std::llround(spec.startSeconds * rate),
-                      std::max(std::llround(spec.endSeconds * rate), std::llround(spec.startSeconds * rate) + 1)};
+                      static_cast<AudioUnitParameterValue>(request.from),
+                      static_cast<AudioUnitParameterValue>(request.to),
+                      std::llround(request.startSeconds * rate),
+                      std::max(std::llround(request.endSeconds * rate), std::llround(request.startSeconds * rate) + 1)};
       for (AudioUnitParameterValue value : {ramp.from, ramp.to}) {
         const std::string warning = ParameterTable::rangeWarning(parameter, value);
         if (!warning.empty()) warn(warning);

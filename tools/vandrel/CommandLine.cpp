@@ -56,14 +56,14 @@ bool parseNumber(const std::string& text, double& value) {
 }
 
 const OptionSpec* findLong(const std::string& name) {
-  for (const OptionSpec& spec : kOptionSpecs)
-    if (name == spec.longName) return &spec;
+  for (const OptionSpec& option : kOptionSpecs)
+    if (name == option.longName) return &option;
   return nullptr;
 }
 
 const OptionSpec* findShort(char name) {
-  for (const OptionSpec& spec : kOptionSpecs)
-    if (spec.shortName != 0 && spec.shortName == name) return &spec;
+  for (const OptionSpec& option : kOptionSpecs)
+    if (option.shortName != 0 && option.shortName == name) return &option;
   return nullptr;
 }
 
@@ -74,9 +74,9 @@ ParameterSetting parseSetting(const std::string& text) {
   return ParameterSetting{text.substr(0, equals), text.substr(equals + 1)};
 }
 
-void apply(Options& options, const OptionSpec& spec, const std::string& value) {
-  const std::string shown = std::string("--") + spec.longName;
-  switch (spec.id) {
+void apply(Options& options, const OptionSpec& option, const std::string& value) {
+  const std::string shown = std::string("--") + option.longName;
+  switch (option.id) {
     case OptionId::kOutput: options.outputPath = value; break;
     case OptionId::kPreset: options.preset = value; break;
     case OptionId::kSet: options.settings.push_back(parseSetting(value)); break;
@@ -166,27 +166,27 @@ Options CommandLine::parse(int argc, const char* const* argv) {
       optionsEnded = true;
       continue;
     }
-    const OptionSpec* spec = nullptr;
+    const OptionSpec* option = nullptr;
     std::string value;
     bool hasInlineValue = false;
     if (arg[1] == '-') {
       const size_t equals = arg.find('=');
-      spec = findLong(arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2));
+      option = findLong(arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2));
       if (equals != std::string::npos) {
         value = arg.substr(equals + 1);
         hasInlineValue = true;
       }
     } else if (arg.size() == 2) {
-      spec = findShort(arg[1]);
+      option = findShort(arg[1]);
     }
-    if (spec == nullptr) usageError("Unknown option '" + arg + "'.");
-    if (spec->takesValue && !hasInlineValue) {
+    if (option == nullptr) usageError("Unknown option '" + arg + "'.");
+    if (option->takesValue && !hasInlineValue) {
       if (i + 1 >= argc) usageError("Option '" + arg + "' needs a value.");
       value = argv[++i];
-    } else if (!spec->takesValue && hasInlineValue) {
-      usageError("Option '--" + std::string(spec->longName) + "' takes no value.");
+    } else if (!option->takesValue && hasInlineValue) {
+      usageError("Option '--" + std::string(option->longName) + "' takes no value.");
     }
-    apply(options, *spec, value);
+    apply(options, *option, value);
   }
 
   if (positional.size() > 2)
