@@ -3,7 +3,7 @@
 # skipping the ones already present.
 set -euo pipefail
 packages=(
-  cmake ninja-build g++ pkg-config
+  cmake ninja-build g++ pkg-config clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
   libplist-dev libsndfile1-dev
   sox libsox-fmt-all

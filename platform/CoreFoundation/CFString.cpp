@@ -489,20 +489,23 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
         case 'c':
             directive += length + conversion;
             if (length == "l") {
-                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long));
-            } else if (length == "ll") {
                 written =
-                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long long));
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long));
+            } else if (length == "ll") {
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(),
+                                        va_arg(args, long long));
             } else if (length == "z") {
-                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, size_t));
+                written =
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, size_t));
             } else if (length == "j") {
                 written =
                     std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, intmax_t));
             } else if (length == "t") {
-                written =
-                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, ptrdiff_t));
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(),
+                                        va_arg(args, ptrdiff_t));
             } else {
-                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, int));
+                written =
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, int));
             }
             break;
         case 'f':
@@ -515,11 +518,12 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFTypeRef, CFSt
         case 'A':
             if (length == "L") {
                 directive += std::string("L") + conversion;
-                written =
-                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, long double));
+                written = std::snprintf(buffer, sizeof buffer, directive.c_str(),
+                                        va_arg(args, long double));
             } else {
                 directive += conversion;
-                written = std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, double));
+                written =
+                    std::snprintf(buffer, sizeof buffer, directive.c_str(), va_arg(args, double));
             }
             break;
         case 'p':

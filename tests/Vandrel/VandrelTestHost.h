@@ -105,8 +105,7 @@ class Buffers
 {
 public:
     Buffers(UInt32 inChannels, UInt32 inFrames)
-        : mSamples(inChannels, std::vector<float>(inFrames, 0.0f)),
-          mStorage(inChannels)
+        : mSamples(inChannels, std::vector<float>(inFrames, 0.0f)), mStorage(inChannels)
     {
         for (UInt32 c = 0; c < inChannels; ++c) {
             list().mBuffers[c].mNumberChannels = 1;

@@ -15,24 +15,25 @@
 #include <cstdio>
 #include <string>
 
-class Application {
- public:
-  // out and err are not owned; err is where messages and the progress bar go. [control]
-  Application(std::FILE* out, std::FILE* err);
+class Application
+{
+public:
+    // out and err are not owned; err is where messages and the progress bar go. [control]
+    Application(std::FILE* out, std::FILE* err);
 
-  // Runs the program; returns its exit status. [control]
-  int run(int argc, const char* const* argv);
+    // Runs the program; returns its exit status. [control]
+    int run(int argc, const char* const* argv);
 
- private:
-  void execute(const Options& options);
-  void applySettings(PluginHost& host, const Options& options);
-  void selectPreset(PluginHost& host, const std::string& preset);
-  void listPresets(PluginHost& host);
-  void listParameters(PluginHost& host);
-  void render(PluginHost& host, AudioSource& source, const Options& options);
-  void warn(const std::string& message);
+private:
+    void execute(const Options& options);
+    void applySettings(PluginHost& host, const Options& options);
+    void selectPreset(PluginHost& host, const std::string& preset);
+    void listPresets(PluginHost& host);
+    void listParameters(PluginHost& host);
+    void render(PluginHost& host, AudioSource& source, const Options& options);
+    void warn(const std::string& message);
 
-  std::FILE* mOut;
-  std::FILE* mErr;
-  bool mQuiet = false;
+    std::FILE* mOut;
+    std::FILE* mErr;
+    bool mQuiet = false;
 };

@@ -11,118 +11,137 @@
 
 namespace {
 
-std::string lowerExtension(const std::string& path) {
-  const size_t dot = path.rfind('.');
-  const size_t slash = path.rfind('/');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
-  std::string extension = path.substr(dot + 1);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension;
+std::string lowerExtension(const std::string& path)
+{
+    const size_t dot = path.rfind('.');
+    const size_t slash = path.rfind('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        return "";
+    std::string extension = path.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
 }
 
 // Extensions people use that libsndfile lists under another name.
-struct ExtensionAlias {
-  const char* extension;
-  int majorFormat;
+struct ExtensionAlias
+{
+    const char* extension;
+    int majorFormat;
 };
 constexpr ExtensionAlias kAliases[] = {
     {"aif", SF_FORMAT_AIFF}, {"aifc", SF_FORMAT_AIFF}, {"wave", SF_FORMAT_WAV},
     {"ogg", SF_FORMAT_OGG},  {"opus", SF_FORMAT_OGG},  {"mp3", SF_FORMAT_MPEG},
 };
 
-int majorFormatFor(const std::string& extension) {
-  for (const ExtensionAlias& alias : kAliases)
-    if (extension == alias.extension) return alias.majorFormat;
-  int count = 0;
-  sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof(count));
-  for (int i = 0; i < count; ++i) {
-    SF_FORMAT_INFO info{};
-    info.format = i;
-    sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &info, sizeof(info));
-    if (info.extension != nullptr && extension == info.extension) return info.format;
-  }
-  return 0;
+int majorFormatFor(const std::string& extension)
+{
+    for (const ExtensionAlias& alias : kAliases)
+        if (extension == alias.extension)
+            return alias.majorFormat;
+    int count = 0;
+    sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof(count));
+    for (int i = 0; i < count; ++i) {
+        SF_FORMAT_INFO info{};
+        info.format = i;
+        sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &info, sizeof(info));
+        if (info.extension != nullptr && extension == info.extension)
+            return info.format;
+    }
+    return 0;
 }
 
-}  // namespace
+} // namespace
 
-int AudioFileWriter::formatForPath(const std::string& path, unsigned channels, double sampleRate) {
-  const std::string extension = lowerExtension(path);
-  const int major = extension.empty() ? SF_FORMAT_WAV : majorFormatFor(extension);
-  if (major == 0) return 0;
-  // Float keeps the plug-in's output exactly; containers without it get the
-  // best they hold.
-  const int preferred = extension == "opus" ? SF_FORMAT_OPUS : SF_FORMAT_FLOAT;
-  const int subtypes[] = {preferred, SF_FORMAT_PCM_24, SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III,
-                          SF_FORMAT_PCM_16};
-  for (int subtype : subtypes) {
-    SF_INFO info{};
-    info.channels = static_cast<int>(channels);
-    info.samplerate = static_cast<int>(sampleRate);
-    info.format = major | subtype;
-    if (sf_format_check(&info)) return info.format;
-  }
-  return 0;
+int AudioFileWriter::formatForPath(const std::string& path, unsigned channels, double sampleRate)
+{
+    const std::string extension = lowerExtension(path);
+    const int major = extension.empty() ? SF_FORMAT_WAV : majorFormatFor(extension);
+    if (major == 0)
+        return 0;
+    // Float keeps the plug-in's output exactly; containers without it get the
+    // best they hold.
+    const int preferred = extension == "opus" ? SF_FORMAT_OPUS : SF_FORMAT_FLOAT;
+    const int subtypes[] = {preferred, SF_FORMAT_PCM_24, SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III,
+                            SF_FORMAT_PCM_16};
+    for (int subtype : subtypes) {
+        SF_INFO info{};
+        info.channels = static_cast<int>(channels);
+        info.samplerate = static_cast<int>(sampleRate);
+        info.format = major | subtype;
+        if (sf_format_check(&info))
+            return info.format;
+    }
+    return 0;
 }
 
-int AudioFileWriter::requireFormat(const std::string& path, unsigned channels, double sampleRate) {
-  const int format = formatForPath(path, channels, sampleRate);
-  if (format == 0)
-    throw ToolError(ExitStatus::kUsage,
-                    "Cannot write '" + path + "': its extension names no audio format for " +
-                        std::to_string(channels) + " channels at " +
-                        std::to_string(static_cast<int>(sampleRate)) +
-                        " Hz. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
-  return format;
+int AudioFileWriter::requireFormat(const std::string& path, unsigned channels, double sampleRate)
+{
+    const int format = formatForPath(path, channels, sampleRate);
+    if (format == 0)
+        throw ToolError(ExitStatus::kUsage,
+                        "Cannot write '" + path + "': its extension names no audio format for " +
+                            std::to_string(channels) + " channels at " +
+                            std::to_string(static_cast<int>(sampleRate)) +
+                            " Hz. Use .wav, .aiff, .flac, .ogg, .caf, .w64 or .au.");
+    return format;
 }
 
 AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, double sampleRate)
-    : mPath(path), mChannels(channels), mTemporary(path) {
-  SF_INFO info{};
-  info.channels = static_cast<int>(channels);
-  info.samplerate = static_cast<int>(sampleRate);
-  info.format = requireFormat(path, channels, sampleRate);
-  const int descriptor = dup(mTemporary.descriptor());
-  std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w+b");
-  if (file == nullptr) {
-    if (descriptor >= 0) close(descriptor);
-    throw ToolError(ExitStatus::kOutputUnwritable, "Cannot write '" + path + "': " + std::strerror(errno) + ".");
-  }
-  mStream = std::make_unique<SoundFileStream>(file);
-  mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_WRITE, &info, mStream.get());
-  if (mFile == nullptr)
-    throw ToolError(ExitStatus::kOutputUnwritable,
-                    "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
-  // Integer formats clip at full scale instead of wrapping around.
-  sf_command(mFile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    : mPath(path), mChannels(channels), mTemporary(path)
+{
+    SF_INFO info{};
+    info.channels = static_cast<int>(channels);
+    info.samplerate = static_cast<int>(sampleRate);
+    info.format = requireFormat(path, channels, sampleRate);
+    const int descriptor = dup(mTemporary.descriptor());
+    std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w+b");
+    if (file == nullptr) {
+        if (descriptor >= 0)
+            close(descriptor);
+        throw ToolError(ExitStatus::kOutputUnwritable,
+                        "Cannot write '" + path + "': " + std::strerror(errno) + ".");
+    }
+    mStream = std::make_unique<SoundFileStream>(file);
+    mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_WRITE, &info, mStream.get());
+    if (mFile == nullptr)
+        throw ToolError(ExitStatus::kOutputUnwritable,
+                        "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
+    // Integer formats clip at full scale instead of wrapping around.
+    sf_command(mFile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
-AudioFileWriter::~AudioFileWriter() {
-  if (mFile != nullptr) sf_close(mFile);
+AudioFileWriter::~AudioFileWriter()
+{
+    if (mFile != nullptr)
+        sf_close(mFile);
 }
 
-void AudioFileWriter::write(const float* const* in, unsigned frames) {
-  mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
-  // One channel at a time, so that each inner loop has a fixed stride.
-  for (unsigned c = 0; c < mChannels; ++c) {
-    const float* const channel = in[c];
-    float* out = mInterleaved.data() + c;
-    for (size_t i = 0; i < frames; ++i) out[i * mChannels] = channel[i];
-  }
-  if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
-    throw ToolError(ExitStatus::kOutputUnwritable,
-                    "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+void AudioFileWriter::write(const float* const* in, unsigned frames)
+{
+    mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
+    // One channel at a time, so that each inner loop has a fixed stride.
+    for (unsigned c = 0; c < mChannels; ++c) {
+        const float* const channel = in[c];
+        float* out = mInterleaved.data() + c;
+        for (size_t i = 0; i < frames; ++i)
+            out[i * mChannels] = channel[i];
+    }
+    if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
+        throw ToolError(ExitStatus::kOutputUnwritable,
+                        "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
 }
 
-void AudioFileWriter::commit() {
-  SNDFILE* file = mFile;
-  mFile = nullptr;
-  const int error = sf_close(file);
-  if (error != SF_ERR_NO_ERROR)
-    throw ToolError(ExitStatus::kOutputUnwritable,
-                    "Finishing '" + mPath + "' failed: " + sf_error_number(error) + ".");
-  if (!mStream->close())
-    throw ToolError(ExitStatus::kOutputUnwritable, "Writing '" + mPath + "' failed: " + std::strerror(errno) + ".");
-  mTemporary.commit();
+void AudioFileWriter::commit()
+{
+    SNDFILE* file = mFile;
+    mFile = nullptr;
+    const int error = sf_close(file);
+    if (error != SF_ERR_NO_ERROR)
+        throw ToolError(ExitStatus::kOutputUnwritable,
+                        "Finishing '" + mPath + "' failed: " + sf_error_number(error) + ".");
+    if (!mStream->close())
+        throw ToolError(ExitStatus::kOutputUnwritable,
+                        "Writing '" + mPath + "' failed: " + std::strerror(errno) + ".");
+    mTemporary.commit();
 }

@@ -5,17 +5,18 @@
 
 #include <cstdint>
 
-class AudioSource {
- public:
-  virtual ~AudioSource() = default;
+class AudioSource
+{
+public:
+    virtual ~AudioSource() = default;
 
-  // The source's shape, fixed when it is opened. [any]
-  virtual unsigned channels() const = 0;      // 1 or more
-  virtual double sampleRate() const = 0;      // hertz, above 0
-  virtual int64_t totalFrames() const = 0;    // frames the source will deliver
+    // The source's shape, fixed when it is opened. [any]
+    virtual unsigned channels() const = 0;   // 1 or more
+    virtual double sampleRate() const = 0;   // hertz, above 0
+    virtual int64_t totalFrames() const = 0; // frames the source will deliver
 
-  // Fills up to `frames` frames into channel buffers out[0..channels()-1],
-  // each with room for `frames` floats; returns the frames written, 0 at the
-  // end. Throws ToolError(kInputUnreadable) when the data cannot be read. [control]
-  virtual unsigned read(float* const* out, unsigned frames) = 0;
+    // Fills up to `frames` frames into channel buffers out[0..channels()-1],
+    // each with room for `frames` floats; returns the frames written, 0 at the
+    // end. Throws ToolError(kInputUnreadable) when the data cannot be read. [control]
+    virtual unsigned read(float* const* out, unsigned frames) = 0;
 };

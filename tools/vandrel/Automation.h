@@ -20,39 +20,43 @@
 #include <string>
 #include <vector>
 
-struct Ramp {
-  AudioUnitParameterID id;
-  std::string name;       // for messages
-  AudioUnitParameterValue from;
-  AudioUnitParameterValue to;
-  int64_t startFrame;     // first frame of the ramp
-  int64_t endFrame;       // frame where `to` is reached, after startFrame
+struct Ramp
+{
+    AudioUnitParameterID id;
+    std::string name; // for messages
+    AudioUnitParameterValue from;
+    AudioUnitParameterValue to;
+    int64_t startFrame; // first frame of the ramp
+    int64_t endFrame;   // frame where `to` is reached, after startFrame
 };
 
-class Automation {
- public:
-  static constexpr unsigned kStepFrames = 32;
+class Automation
+{
+public:
+    static constexpr unsigned kStepFrames = 32;
 
-  // Throws ToolError(kUsage) when two ramps of one parameter overlap. [control]
-  explicit Automation(std::vector<Ramp> ramps);
+    // Throws ToolError(kUsage) when two ramps of one parameter overlap. [control]
+    explicit Automation(std::vector<Ramp> ramps);
 
-  // Replaces `events` with the events for the block of `frames` frames that
-  // starts at frame `blockStart` of the output. [control]
-  void eventsForBlock(int64_t blockStart, unsigned frames, std::vector<AudioUnitParameterEvent>& events) const;
+    // Replaces `events` with the events for the block of `frames` frames that
+    // starts at frame `blockStart` of the output. [control]
+    void eventsForBlock(int64_t blockStart, unsigned frames,
+                        std::vector<AudioUnitParameterEvent>& events) const;
 
-  // The value of the parameter's line at `frame` (the parameter must have ramps). [any]
-  AudioUnitParameterValue valueAt(AudioUnitParameterID id, int64_t frame) const;
+    // The value of the parameter's line at `frame` (the parameter must have ramps). [any]
+    AudioUnitParameterValue valueAt(AudioUnitParameterID id, int64_t frame) const;
 
- private:
-  // The ramps of one parameter, in time order.
-  struct Lane {
-    AudioUnitParameterID id;
-    std::vector<Ramp> ramps;
-  };
+private:
+    // The ramps of one parameter, in time order.
+    struct Lane
+    {
+        AudioUnitParameterID id;
+        std::vector<Ramp> ramps;
+    };
 
-  static AudioUnitParameterValue lineValue(const Lane& lane, int64_t frame);
-  static void laneEvents(const Lane& lane, int64_t blockStart, unsigned frames,
-                         std::vector<AudioUnitParameterEvent>& events);
+    static AudioUnitParameterValue lineValue(const Lane& lane, int64_t frame);
+    static void laneEvents(const Lane& lane, int64_t blockStart, unsigned frames,
+                           std::vector<AudioUnitParameterEvent>& events);
 
-  std::vector<Lane> mLanes;
+    std::vector<Lane> mLanes;
 };

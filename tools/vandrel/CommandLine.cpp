@@ -9,16 +9,31 @@
 
 namespace {
 
-enum class OptionId {
-  kOutput, kPreset, kSet, kRamp, kLoadState, kSaveState, kPlugin, kBlockSize,
-  kTail, kBypass, kListPresets, kListParameters, kQuiet, kHelp, kVersion,
+enum class OptionId
+{
+    kOutput,
+    kPreset,
+    kSet,
+    kRamp,
+    kLoadState,
+    kSaveState,
+    kPlugin,
+    kBlockSize,
+    kTail,
+    kBypass,
+    kListPresets,
+    kListParameters,
+    kQuiet,
+    kHelp,
+    kVersion,
 };
 
-struct OptionSpec {
-  const char* longName;
-  char shortName;  // 0 when the option has no short form
-  bool takesValue;
-  OptionId id;
+struct OptionSpec
+{
+    const char* longName;
+    char shortName; // 0 when the option has no short form
+    bool takesValue;
+    OptionId id;
 };
 
 constexpr OptionSpec kOptionSpecs[] = {
@@ -39,173 +54,226 @@ constexpr OptionSpec kOptionSpecs[] = {
     {"version", 'V', false, OptionId::kVersion},
 };
 
-[[noreturn]] void usageError(const std::string& message) {
-  throw ToolError(ExitStatus::kUsage, message + "\nTry 'vandrel --help' for more information.");
+[[noreturn]] void usageError(const std::string& message)
+{
+    throw ToolError(ExitStatus::kUsage, message + "\nTry 'vandrel --help' for more information.");
 }
 
 // Whole-string conversion; strtod alone accepts trailing garbage.
-bool parseNumber(const std::string& text, double& value) {
-  if (text.empty()) return false;
-  const char* begin = text.c_str();
-  char* end = nullptr;
-  errno = 0;
-  const double parsed = std::strtod(begin, &end);
-  if (end != begin + text.size() || errno == ERANGE || !std::isfinite(parsed)) return false;
-  value = parsed;
-  return true;
+bool parseNumber(const std::string& text, double& value)
+{
+    if (text.empty())
+        return false;
+    const char* begin = text.c_str();
+    char* end = nullptr;
+    errno = 0;
+    const double parsed = std::strtod(begin, &end);
+    if (end != begin + text.size() || errno == ERANGE || !std::isfinite(parsed))
+        return false;
+    value = parsed;
+    return true;
 }
 
-const OptionSpec* findLong(const std::string& name) {
-  for (const OptionSpec& option : kOptionSpecs)
-    if (name == option.longName) return &option;
-  return nullptr;
+const OptionSpec* findLong(const std::string& name)
+{
+    for (const OptionSpec& option : kOptionSpecs)
+        if (name == option.longName)
+            return &option;
+    return nullptr;
 }
 
-const OptionSpec* findShort(char name) {
-  for (const OptionSpec& option : kOptionSpecs)
-    if (option.shortName != 0 && option.shortName == name) return &option;
-  return nullptr;
+const OptionSpec* findShort(char name)
+{
+    for (const OptionSpec& option : kOptionSpecs)
+        if (option.shortName != 0 && option.shortName == name)
+            return &option;
+    return nullptr;
 }
 
-ParameterSetting parseSetting(const std::string& text) {
-  const size_t equals = text.rfind('=');
-  if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
-    usageError("--set expects NAME=VALUE, for example --set \"Wet out=-6\"; got '" + text + "'.");
-  return ParameterSetting{text.substr(0, equals), text.substr(equals + 1)};
+ParameterSetting parseSetting(const std::string& text)
+{
+    const size_t equals = text.rfind('=');
+    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+        usageError("--set expects NAME=VALUE, for example --set \"Wet out=-6\"; got '" + text +
+                   "'.");
+    return ParameterSetting{text.substr(0, equals), text.substr(equals + 1)};
 }
 
-void apply(Options& options, const OptionSpec& option, const std::string& value) {
-  const std::string shown = std::string("--") + option.longName;
-  switch (option.id) {
-    case OptionId::kOutput: options.outputPath = value; break;
-    case OptionId::kPreset: options.preset = value; break;
-    case OptionId::kSet: options.settings.push_back(parseSetting(value)); break;
-    case OptionId::kRamp: options.ramps.push_back(CommandLine::parseRamp(value)); break;
-    case OptionId::kLoadState: options.loadStatePath = value; break;
-    case OptionId::kSaveState: options.saveStatePath = value; break;
-    case OptionId::kPlugin: options.pluginPath = value; break;
+void apply(Options& options, const OptionSpec& option, const std::string& value)
+{
+    const std::string shown = std::string("--") + option.longName;
+    switch (option.id) {
+    case OptionId::kOutput:
+        options.outputPath = value;
+        break;
+    case OptionId::kPreset:
+        options.preset = value;
+        break;
+    case OptionId::kSet:
+        options.settings.push_back(parseSetting(value));
+        break;
+    case OptionId::kRamp:
+        options.ramps.push_back(CommandLine::parseRamp(value));
+        break;
+    case OptionId::kLoadState:
+        options.loadStatePath = value;
+        break;
+    case OptionId::kSaveState:
+        options.saveStatePath = value;
+        break;
+    case OptionId::kPlugin:
+        options.pluginPath = value;
+        break;
     case OptionId::kBlockSize: {
-      double frames = 0.0;
-      if (!parseNumber(value, frames) || frames < 1.0 || frames > CommandLine::kMaxBlockSize ||
-          frames != std::floor(frames))
-        usageError(shown + " expects a whole number of frames from 1 to " +
-                   std::to_string(CommandLine::kMaxBlockSize) + "; got '" + value + "'.");
-      options.blockSize = static_cast<unsigned>(frames);
-      break;
+        double frames = 0.0;
+        if (!parseNumber(value, frames) || frames < 1.0 || frames > CommandLine::kMaxBlockSize ||
+            frames != std::floor(frames))
+            usageError(shown + " expects a whole number of frames from 1 to " +
+                       std::to_string(CommandLine::kMaxBlockSize) + "; got '" + value + "'.");
+        options.blockSize = static_cast<unsigned>(frames);
+        break;
     }
     case OptionId::kTail: {
-      double seconds = 0.0;
-      if (!CommandLine::parseSeconds(value, seconds) || seconds > CommandLine::kMaxTailSeconds)
-        usageError(shown + " expects a time from 0 to 3600 seconds, such as 2 or 500ms; got '" +
-                   value + "'.");
-      options.tailSeconds = seconds;
-      break;
+        double seconds = 0.0;
+        if (!CommandLine::parseSeconds(value, seconds) || seconds > CommandLine::kMaxTailSeconds)
+            usageError(shown + " expects a time from 0 to 3600 seconds, such as 2 or 500ms; got '" +
+                       value + "'.");
+        options.tailSeconds = seconds;
+        break;
     }
-    case OptionId::kBypass: options.bypass = true; break;
-    case OptionId::kListPresets: options.listPresets = true; break;
-    case OptionId::kListParameters: options.listParameters = true; break;
-    case OptionId::kQuiet: options.quiet = true; break;
-    case OptionId::kHelp: options.help = true; break;
-    case OptionId::kVersion: options.version = true; break;
-  }
+    case OptionId::kBypass:
+        options.bypass = true;
+        break;
+    case OptionId::kListPresets:
+        options.listPresets = true;
+        break;
+    case OptionId::kListParameters:
+        options.listParameters = true;
+        break;
+    case OptionId::kQuiet:
+        options.quiet = true;
+        break;
+    case OptionId::kHelp:
+        options.help = true;
+        break;
+    case OptionId::kVersion:
+        options.version = true;
+        break;
+    }
 }
 
-}  // namespace
+} // namespace
 
-bool CommandLine::parseSeconds(const std::string& text, double& seconds) {
-  std::string number = text;
-  double scale = 1.0;
-  if (number.size() > 2 && number.compare(number.size() - 2, 2, "ms") == 0) {
-    number.resize(number.size() - 2);
-    scale = 0.001;
-  } else if (number.size() > 1 && number.back() == 's') {
-    number.pop_back();
-  }
-  double value = 0.0;
-  if (!parseNumber(number, value) || value < 0.0) return false;
-  seconds = value * scale;
-  return true;
+bool CommandLine::parseSeconds(const std::string& text, double& seconds)
+{
+    std::string number = text;
+    double scale = 1.0;
+    if (number.size() > 2 && number.compare(number.size() - 2, 2, "ms") == 0) {
+        number.resize(number.size() - 2);
+        scale = 0.001;
+    } else if (number.size() > 1 && number.back() == 's') {
+        number.pop_back();
+    }
+    double value = 0.0;
+    if (!parseNumber(number, value) || value < 0.0)
+        return false;
+    seconds = value * scale;
+    return true;
 }
 
-RampSpec CommandLine::parseRamp(const std::string& text) {
-  // The four numbers are taken from the right, so the name is whatever is
-  // left of them and may hold any character.
-  std::string fields[4];
-  std::string rest = text;
-  for (int i = 3; i >= 0; --i) {
-    const size_t colon = rest.rfind(':');
-    if (colon == std::string::npos)
-      usageError("--ramp expects NAME:FROM:TO:START:END, for example --ramp \"Wet out:-80:0:0s:2s\"; got '" +
-                 text + "'.");
-    fields[i] = rest.substr(colon + 1);
-    rest.resize(colon);
-  }
-  RampSpec ramp;
-  ramp.name = rest;
-  if (ramp.name.empty()) usageError("--ramp '" + text + "' names no parameter.");
-  if (!parseNumber(fields[0], ramp.from) || !parseNumber(fields[1], ramp.to))
-    usageError("--ramp '" + text + "': FROM and TO must be numbers.");
-  if (!parseSeconds(fields[2], ramp.startSeconds) || !parseSeconds(fields[3], ramp.endSeconds))
-    usageError("--ramp '" + text + "': START and END must be times such as 1.5, 1.5s or 1500ms.");
-  if (ramp.endSeconds <= ramp.startSeconds)
-    usageError("--ramp '" + text + "': END must come after START.");
-  return ramp;
+RampSpec CommandLine::parseRamp(const std::string& text)
+{
+    // The four numbers are taken from the right, so the name is whatever is
+    // left of them and may hold any character.
+    std::string fields[4];
+    std::string rest = text;
+    for (int i = 3; i >= 0; --i) {
+        const size_t colon = rest.rfind(':');
+        if (colon == std::string::npos)
+            usageError("--ramp expects NAME:FROM:TO:START:END, for example --ramp \"Wet "
+                       "out:-80:0:0s:2s\"; got '" +
+                       text + "'.");
+        fields[i] = rest.substr(colon + 1);
+        rest.resize(colon);
+    }
+    RampSpec ramp;
+    ramp.name = rest;
+    if (ramp.name.empty())
+        usageError("--ramp '" + text + "' names no parameter.");
+    if (!parseNumber(fields[0], ramp.from) || !parseNumber(fields[1], ramp.to))
+        usageError("--ramp '" + text + "': FROM and TO must be numbers.");
+    if (!parseSeconds(fields[2], ramp.startSeconds) || !parseSeconds(fields[3], ramp.endSeconds))
+        usageError("--ramp '" + text +
+                   "': START and END must be times such as 1.5, 1.5s or 1500ms.");
+    if (ramp.endSeconds <= ramp.startSeconds)
+        usageError("--ramp '" + text + "': END must come after START.");
+    return ramp;
 }
 
-Options CommandLine::parse(int argc, const char* const* argv) {
-  Options options;
-  std::vector<std::string> positional;
-  bool optionsEnded = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
-      positional.push_back(arg);
-      continue;
+Options CommandLine::parse(int argc, const char* const* argv)
+{
+    Options options;
+    std::vector<std::string> positional;
+    bool optionsEnded = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+            positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const OptionSpec* option = nullptr;
+        std::string value;
+        bool hasInlineValue = false;
+        if (arg[1] == '-') {
+            const size_t equals = arg.find('=');
+            option = findLong(
+                arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2));
+            if (equals != std::string::npos) {
+                value = arg.substr(equals + 1);
+                hasInlineValue = true;
+            }
+        } else if (arg.size() == 2) {
+            option = findShort(arg[1]);
+        }
+        if (option == nullptr)
+            usageError("Unknown option '" + arg + "'.");
+        if (option->takesValue && !hasInlineValue) {
+            if (i + 1 >= argc)
+                usageError("Option '" + arg + "' needs a value.");
+            value = argv[++i];
+        } else if (!option->takesValue && hasInlineValue) {
+            usageError("Option '--" + std::string(option->longName) + "' takes no value.");
+        }
+        apply(options, *option, value);
     }
-    if (arg == "--") {
-      optionsEnded = true;
-      continue;
-    }
-    const OptionSpec* option = nullptr;
-    std::string value;
-    bool hasInlineValue = false;
-    if (arg[1] == '-') {
-      const size_t equals = arg.find('=');
-      option = findLong(arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2));
-      if (equals != std::string::npos) {
-        value = arg.substr(equals + 1);
-        hasInlineValue = true;
-      }
-    } else if (arg.size() == 2) {
-      option = findShort(arg[1]);
-    }
-    if (option == nullptr) usageError("Unknown option '" + arg + "'.");
-    if (option->takesValue && !hasInlineValue) {
-      if (i + 1 >= argc) usageError("Option '" + arg + "' needs a value.");
-      value = argv[++i];
-    } else if (!option->takesValue && hasInlineValue) {
-      usageError("Option '--" + std::string(option->longName) + "' takes no value.");
-    }
-    apply(options, *option, value);
-  }
 
-  if (positional.size() > 2)
-    usageError("Too many file names: give at most INPUT and OUTPUT ('" + positional[2] + "' is one too many).");
-  if (!positional.empty()) options.inputPath = positional[0];
-  if (positional.size() == 2) {
-    if (!options.outputPath.empty())
-      usageError("Two output files given: '" + positional[1] + "' and --output '" + options.outputPath + "'.");
-    options.outputPath = positional[1];
-  }
-  if (!options.inputPath.empty() && options.outputPath.empty() && !options.help && !options.version)
-    usageError("No output file for '" + options.inputPath + "': add one, for example -o processed.wav.");
-  if (options.outputPath.empty() && !options.ramps.empty())
-    usageError("--ramp needs an output file to render into (-o FILE).");
-  return options;
+    if (positional.size() > 2)
+        usageError("Too many file names: give at most INPUT and OUTPUT ('" + positional[2] +
+                   "' is one too many).");
+    if (!positional.empty())
+        options.inputPath = positional[0];
+    if (positional.size() == 2) {
+        if (!options.outputPath.empty())
+            usageError("Two output files given: '" + positional[1] + "' and --output '" +
+                       options.outputPath + "'.");
+        options.outputPath = positional[1];
+    }
+    if (!options.inputPath.empty() && options.outputPath.empty() && !options.help &&
+        !options.version)
+        usageError("No output file for '" + options.inputPath +
+                   "': add one, for example -o processed.wav.");
+    if (options.outputPath.empty() && !options.ramps.empty())
+        usageError("--ramp needs an output file to render into (-o FILE).");
+    return options;
 }
 
-std::string CommandLine::usage() {
-  return R"(Usage: vandrel [OPTIONS] [INPUT] -o OUTPUT
+std::string CommandLine::usage()
+{
+    return R"(Usage: vandrel [OPTIONS] [INPUT] -o OUTPUT
        vandrel [OPTIONS] INPUT OUTPUT
        vandrel --list-presets | --list-parameters
 

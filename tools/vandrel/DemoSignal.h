@@ -11,21 +11,22 @@
 #include <cstddef>
 #include <vector>
 
-class DemoSignal : public AudioSource {
- public:
-  static constexpr unsigned kChannels = 2;
-  static constexpr double kSampleRate = 44100.0;
-  static constexpr double kSeconds = 8.0;
-  static constexpr float kPeak = 0.5f;  // headroom for presets that add gain
+class DemoSignal : public AudioSource
+{
+public:
+    static constexpr unsigned kChannels = 2;
+    static constexpr double kSampleRate = 44100.0;
+    static constexpr double kSeconds = 8.0;
+    static constexpr float kPeak = 0.5f; // headroom for presets that add gain
 
-  DemoSignal();
+    DemoSignal();
 
-  unsigned channels() const override { return kChannels; }
-  double sampleRate() const override { return kSampleRate; }
-  int64_t totalFrames() const override { return static_cast<int64_t>(mSamples[0].size()); }
-  unsigned read(float* const* out, unsigned frames) override;
+    unsigned channels() const override { return kChannels; }
+    double sampleRate() const override { return kSampleRate; }
+    int64_t totalFrames() const override { return static_cast<int64_t>(mSamples[0].size()); }
+    unsigned read(float* const* out, unsigned frames) override;
 
- private:
-  std::vector<float> mSamples[kChannels];
-  size_t mPosition = 0;
+private:
+    std::vector<float> mSamples[kChannels];
+    size_t mPosition = 0;
 };

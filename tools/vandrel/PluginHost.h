@@ -16,71 +16,76 @@
 #include <string>
 #include <vector>
 
-struct PresetInfo {
-  SInt32 number;
-  std::string name;
+struct PresetInfo
+{
+    SInt32 number;
+    std::string name;
 };
 
-struct ParameterDescription {
-  AudioUnitParameterID id;
-  std::string name;
-  AudioUnitParameterUnit unit;
-  AudioUnitParameterValue minValue;
-  AudioUnitParameterValue maxValue;
-  AudioUnitParameterValue defaultValue;
-  std::vector<std::string> valueNames;  // names of the values of an indexed parameter, if published
+struct ParameterDescription
+{
+    AudioUnitParameterID id;
+    std::string name;
+    AudioUnitParameterUnit unit;
+    AudioUnitParameterValue minValue;
+    AudioUnitParameterValue maxValue;
+    AudioUnitParameterValue defaultValue;
+    std::vector<std::string>
+        valueNames; // names of the values of an indexed parameter, if published
 };
 
-class PluginHost {
- public:
-  // Opens an instance of the component. Throws ToolError(kPluginUnavailable)
-  // with the unit's status when it cannot be opened. [control]
-  explicit PluginHost(AudioComponent component);
-  // Uninitializes and disposes of the instance. [control]
-  ~PluginHost();
-  PluginHost(const PluginHost&) = delete;
-  PluginHost& operator=(const PluginHost&) = delete;
+class PluginHost
+{
+public:
+    // Opens an instance of the component. Throws ToolError(kPluginUnavailable)
+    // with the unit's status when it cannot be opened. [control]
+    explicit PluginHost(AudioComponent component);
+    // Uninitializes and disposes of the instance. [control]
+    ~PluginHost();
+    PluginHost(const PluginHost&) = delete;
+    PluginHost& operator=(const PluginHost&) = delete;
 
-  // The unit's factory presets in its order; empty when it publishes none. [control]
-  std::vector<PresetInfo> factoryPresets() const;
-  // The global-scope parameters the unit lists, with their descriptions. [control]
-  std::vector<ParameterDescription> parameters() const;
+    // The unit's factory presets in its order; empty when it publishes none. [control]
+    std::vector<PresetInfo> factoryPresets() const;
+    // The global-scope parameters the unit lists, with their descriptions. [control]
+    std::vector<ParameterDescription> parameters() const;
 
-  // Each of these throws ToolError(kProcessingFailed) naming the call and the
-  // unit's status when the unit refuses it. [control]
-  void selectPreset(SInt32 number);
-  void setParameter(AudioUnitParameterID id, AudioUnitParameterValue value);
-  AudioUnitParameterValue parameter(AudioUnitParameterID id) const;
-  void setBypass(bool bypass);
+    // Each of these throws ToolError(kProcessingFailed) naming the call and the
+    // unit's status when the unit refuses it. [control]
+    void selectPreset(SInt32 number);
+    void setParameter(AudioUnitParameterID id, AudioUnitParameterValue value);
+    AudioUnitParameterValue parameter(AudioUnitParameterID id) const;
+    void setBypass(bool bypass);
 
-  // The unit's state (class-info dictionary), owned by the returned holder. [control]
-  CFRef<CFPropertyListRef> copyState() const;
-  // Hands a state to the unit; false (and the unit's status in *status) when
-  // the unit refuses it. [control]
-  bool restoreState(CFPropertyListRef state, OSStatus* status);
+    // The unit's state (class-info dictionary), owned by the returned holder. [control]
+    CFRef<CFPropertyListRef> copyState() const;
+    // Hands a state to the unit; false (and the unit's status in *status) when
+    // the unit refuses it. [control]
+    bool restoreState(CFPropertyListRef state, OSStatus* status);
 
-  // Sets 32-bit float non-interleaved formats on input and output, the maximum
-  // slice, installs the input callback and initializes. Throws
-  // ToolError(kUnsupportedInput) when the unit refuses the format and
-  // ToolError(kProcessingFailed) for other refusals. [control]
-  void prepare(double sampleRate, unsigned channels, unsigned maxFrames);
+    // Sets 32-bit float non-interleaved formats on input and output, the maximum
+    // slice, installs the input callback and initializes. Throws
+    // ToolError(kUnsupportedInput) when the unit refuses the format and
+    // ToolError(kProcessingFailed) for other refusals. [control]
+    void prepare(double sampleRate, unsigned channels, unsigned maxFrames);
 
-  // Queues parameter events for the next render. Throws ToolError(kProcessingFailed). [control]
-  void schedule(const std::vector<AudioUnitParameterEvent>& events);
+    // Queues parameter events for the next render. Throws ToolError(kProcessingFailed). [control]
+    void schedule(const std::vector<AudioUnitParameterEvent>& events);
 
-  // Processes `frames` (at most maxFrames) frames from in[c] into out[c]. The
-  // unit may process the input buffers in place. Returns the unit's status. [render]
-  OSStatus render(float* const* in, float* const* out, unsigned frames);
+    // Processes `frames` (at most maxFrames) frames from in[c] into out[c]. The
+    // unit may process the input buffers in place. Returns the unit's status. [render]
+    OSStatus render(float* const* in, float* const* out, unsigned frames);
 
- private:
-  // The unit's input callback: hands it the block being rendered. [render]
-  static OSStatus supplyInput(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* timeStamp,
-                              UInt32 bus, UInt32 frames, AudioBufferList* data);
+private:
+    // The unit's input callback: hands it the block being rendered. [render]
+    static OSStatus supplyInput(void* refCon, AudioUnitRenderActionFlags* flags,
+                                const AudioTimeStamp* timeStamp, UInt32 bus, UInt32 frames,
+                                AudioBufferList* data);
 
-  AudioUnit mUnit = nullptr;
-  bool mInitialized = false;
-  unsigned mChannels = 0;
-  Float64 mSampleTime = 0.0;
-  float* const* mInput = nullptr;  // the block being rendered, for the callback
-  std::vector<unsigned char> mOutputListStorage;
+    AudioUnit mUnit = nullptr;
+    bool mInitialized = false;
+    unsigned mChannels = 0;
+    Float64 mSampleTime = 0.0;
+    float* const* mInput = nullptr; // the block being rendered, for the callback
+    std::vector<unsigned char> mOutputListStorage;
 };

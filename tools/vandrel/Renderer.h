@@ -13,23 +13,24 @@
 #include <cstdint>
 #include <vector>
 
-class Renderer {
- public:
-  // The host must be prepared for the source's rate and channels with a
-  // maximum slice of at least blockSize. Nothing is owned. [control]
-  Renderer(PluginHost& host, AudioSource& source, AudioFileWriter& writer, const Automation& automation,
-           unsigned blockSize, int64_t tailFrames);
+class Renderer
+{
+public:
+    // The host must be prepared for the source's rate and channels with a
+    // maximum slice of at least blockSize. Nothing is owned. [control]
+    Renderer(PluginHost& host, AudioSource& source, AudioFileWriter& writer,
+             const Automation& automation, unsigned blockSize, int64_t tailFrames);
 
-  // Renders everything; returns the frames written. Throws ToolError: the
-  // source's and writer's errors, kProcessingFailed when the unit fails a
-  // render, kInterrupted when *interrupted becomes nonzero. progress may be null. [control]
-  int64_t run(ProgressBar* progress, const volatile std::sig_atomic_t* interrupted);
+    // Renders everything; returns the frames written. Throws ToolError: the
+    // source's and writer's errors, kProcessingFailed when the unit fails a
+    // render, kInterrupted when *interrupted becomes nonzero. progress may be null. [control]
+    int64_t run(ProgressBar* progress, const volatile std::sig_atomic_t* interrupted);
 
- private:
-  PluginHost& mHost;
-  AudioSource& mSource;
-  AudioFileWriter& mWriter;
-  const Automation& mAutomation;
-  unsigned mBlockSize;
-  int64_t mTailFrames;
+private:
+    PluginHost& mHost;
+    AudioSource& mSource;
+    AudioFileWriter& mWriter;
+    const Automation& mAutomation;
+    unsigned mBlockSize;
+    int64_t mTailFrames;
 };

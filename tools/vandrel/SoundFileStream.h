@@ -10,31 +10,32 @@
 #include <cstdio>
 #include <memory>
 
-class SoundFileStream {
- public:
-  static constexpr size_t kBufferBytes = 1 << 16;
+class SoundFileStream
+{
+public:
+    static constexpr size_t kBufferBytes = 1 << 16;
 
-  // Takes ownership of an open file (not null). [control]
-  explicit SoundFileStream(std::FILE* file);
-  // Closes the file if close() was not called. [control]
-  ~SoundFileStream();
-  SoundFileStream(const SoundFileStream&) = delete;
-  SoundFileStream& operator=(const SoundFileStream&) = delete;
+    // Takes ownership of an open file (not null). [control]
+    explicit SoundFileStream(std::FILE* file);
+    // Closes the file if close() was not called. [control]
+    ~SoundFileStream();
+    SoundFileStream(const SoundFileStream&) = delete;
+    SoundFileStream& operator=(const SoundFileStream&) = delete;
 
-  // The callbacks for sf_open_virtual; pass this object as its user data. [any]
-  static SF_VIRTUAL_IO* callbacks();
+    // The callbacks for sf_open_virtual; pass this object as its user data. [any]
+    static SF_VIRTUAL_IO* callbacks();
 
-  // Flushes and closes the file; false (errno set) when buffered data could
-  // not be written. [control]
-  bool close();
+    // Flushes and closes the file; false (errno set) when buffered data could
+    // not be written. [control]
+    bool close();
 
- private:
-  static sf_count_t length(void* user);
-  static sf_count_t seek(sf_count_t offset, int whence, void* user);
-  static sf_count_t read(void* data, sf_count_t bytes, void* user);
-  static sf_count_t write(const void* data, sf_count_t bytes, void* user);
-  static sf_count_t tell(void* user);
+private:
+    static sf_count_t length(void* user);
+    static sf_count_t seek(sf_count_t offset, int whence, void* user);
+    static sf_count_t read(void* data, sf_count_t bytes, void* user);
+    static sf_count_t write(const void* data, sf_count_t bytes, void* user);
+    static sf_count_t tell(void* user);
 
-  std::FILE* mFile;
-  std::unique_ptr<char[]> mBuffer;  // left uninitialized: stdio fills it
+    std::FILE* mFile;
+    std::unique_ptr<char[]> mBuffer; // left uninitialized: stdio fills it
 };

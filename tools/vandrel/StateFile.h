@@ -6,14 +6,15 @@
 
 #include <string>
 
-class StateFile {
- public:
-  // Reads a state file (XML or binary property list holding a dictionary).
-  // Throws ToolError(kInputUnreadable) when the file is missing, unreadable
-  // or not such a property list. [control]
-  static CFRef<CFPropertyListRef> load(const std::string& path);
+class StateFile
+{
+public:
+    // Reads a state file (XML or binary property list holding a dictionary).
+    // Throws ToolError(kInputUnreadable) when the file is missing, unreadable
+    // or not such a property list. [control]
+    static CFRef<CFPropertyListRef> load(const std::string& path);
 
-  // Writes the state as an XML property list, replacing the file only when
-  // complete. Throws ToolError(kOutputUnwritable). [control]
-  static void save(const std::string& path, CFPropertyListRef state);
+    // Writes the state as an XML property list, replacing the file only when
+    // complete. Throws ToolError(kOutputUnwritable). [control]
+    static void save(const std::string& path, CFPropertyListRef state);
 };

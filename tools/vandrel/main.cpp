@@ -2,4 +2,7 @@
 
 #include <cstdio>
 
-int main(int argc, char** argv) { return Application(stdout, stderr).run(argc, argv); }
+int main(int argc, char** argv)
+{
+    return Application(stdout, stderr).run(argc, argv);
+}

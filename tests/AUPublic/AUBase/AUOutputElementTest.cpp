@@ -74,7 +74,8 @@ TEST(AUOutputElementTest, BuffersAreSizedOnlyOnceInitializationBegins)
     AudioBufferList& list = out->PrepareIOBuffer(1156);
     EXPECT_EQ(list.mNumberBuffers, 4u);
     EXPECT_EQ(list.mBuffers[3].mDataByteSize, 4624u);
-    EXPECT_EQ(ThrownStatus([&] { out->PrepareIOBuffer(1157); }), kAudioUnitErr_TooManyFramesToProcess);
+    EXPECT_EQ(ThrownStatus([&] { out->PrepareIOBuffer(1157); }),
+              kAudioUnitErr_TooManyFramesToProcess);
 
     out->AllocateBuffer(2000);
     EXPECT_EQ(buffers.GetAllocatedFrames(), 2000u) << "an explicit frame count wins";

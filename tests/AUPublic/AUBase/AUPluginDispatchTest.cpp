@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-
 AU_EXPORT_COMPONENT_ENTRIES(DispatchTestUnit, DispatchTestEntry, DispatchTestFactory)
 
 namespace {

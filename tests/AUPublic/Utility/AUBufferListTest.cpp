@@ -154,7 +154,8 @@ TEST_F(AUBufferListTest, NullPrepareSizesRecordsWithoutPointers)
     const CAStreamBasicDescription five = FloatFormat(5, false);
     EXPECT_EQ(ThrownStatus([&] { mList.PrepareNullBuffer(five, 1); }),
               kAudioUnitErr_FormatNotSupported);
-    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(five, 0); }), kAudioUnitErr_FormatNotSupported);
+    EXPECT_EQ(ThrownStatus([&] { mList.PrepareBuffer(five, 0); }),
+              kAudioUnitErr_FormatNotSupported);
 
     AUBufferList fresh;
     EXPECT_EQ(ThrownStatus([&] { fresh.PrepareNullBuffer(FloatFormat(1, true), 1); }),
