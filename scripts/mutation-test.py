@@ -18,6 +18,7 @@ the tree under build/mutation/, so the working tree is never touched.
 """
 
 import argparse
+import json
 import os
 import random
 import re
@@ -206,14 +207,12 @@ def build(build_dir, jobs):
 
 
 def test_programs(build_dir):
-    programs = []
+    """The test programs ctest knows, each run once whole rather than test by test."""
+    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build_dir, check=True,
+                            capture_output=True, text=True).stdout
     tests_dir = os.path.join(build_dir, "tests")
-    for folder, _, files in os.walk(tests_dir):
-        for name in files:
-            path = os.path.join(folder, name)
-            if name.endswith("Test") and os.access(path, os.X_OK) and os.path.isfile(path):
-                programs.append(os.path.relpath(path, tests_dir))
-    return sorted(programs)
+    commands = {test["command"][0] for test in json.loads(listed)["tests"] if test.get("command")}
+    return sorted(os.path.relpath(c, tests_dir) for c in commands)
 
 
 def nearest_first(programs, source):
