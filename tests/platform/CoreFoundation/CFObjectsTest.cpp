@@ -1,0 +1,305 @@
+// The object library as the plug-in, the host and the runtime use it: exact
+// retain counts, containers, number conversions, strings, and property lists
+// in both formats with refusals of malformed bytes and unwritable trees.
+#include "CFTestHelpers.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+extern "C" int CFHeadersExerciseFromC(void);
+
+namespace {
+
+CFDataRef NewData(const std::string& bytes)
+{
+    return CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
+                        static_cast<CFIndex>(bytes.size()));
+}
+
+std::string BytesOf(CFDataRef data)
+{
+    return std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                       static_cast<size_t>(CFDataGetLength(data)));
+}
+
+} // namespace
+
+TEST(CFObjectsTest, RetainReleaseBalanceAndConstantsAreImmortal)
+{
+    CFStringRef string = NewCFString("owned");
+    EXPECT_EQ(string, CFRetain(string));
+    EXPECT_EQ(2, CFGetRetainCount(string));
+    CFRelease(string);
+    EXPECT_EQ(1, CFGetRetainCount(string));
+    CFRelease(string);
+    EXPECT_EQ(nullptr, CFRetain(nullptr));
+    EXPECT_EQ(0, CFGetRetainCount(nullptr));
+    EXPECT_NE(CFSTR("immortal"), CFSTR("another"));
+    CFRelease(CFSTR("immortal"));
+    EXPECT_EQ(LONG_MAX, CFGetRetainCount(CFSTR("immortal")));
+    CFRelease(kCFBooleanTrue);
+    EXPECT_EQ(LONG_MAX, CFGetRetainCount(kCFBooleanTrue));
+    EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
+    EXPECT_EQ(0, CFHeadersExerciseFromC()); // the headers as C11, against the library
+}
+
+// Threads retain and release one object and meanwhile intern a constant
+// string: the count ends exact and the constant is one object.
+TEST(CFObjectsTest, ConcurrentRetainReleaseAndConstantStrings)
+{
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
+    std::vector<CFStringRef> seen(4, nullptr);
+    std::atomic<bool> go{false}; // all start together, so that they contend
+    std::vector<std::thread> threads;
+    for (CFStringRef& slot : seen) {
+        threads.emplace_back([data, &slot, &go] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
+            for (int i = 0; i < 1000000; ++i) {
+                CFRetain(data);
+            }
+            slot = CFSTR("shared by threads");
+            for (int i = 0; i < 1000000; ++i) {
+                CFRelease(data);
+            }
+        });
+    }
+    go.store(true);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(1, CFGetRetainCount(data));
+    CFRelease(data);
+    EXPECT_EQ(std::vector<CFStringRef>(4, CFSTR("shared by threads")), seen);
+}
+
+TEST(CFObjectsTest, DictionariesKeepOneEntryPerKeyWithExactCountsAndDataGrows)
+{
+    CFStringRef key = NewCFString("name");
+    CFStringRef twin = NewCFString("name");
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
+    CFDictionarySetValue(dict, key, CFSTR("first"));
+    CFDictionarySetValue(dict, twin, twin);
+    CFDictionarySetValue(dict, key, twin); // the value held: not dropped on the way
+    EXPECT_EQ(twin, CFDictionaryGetValue(dict, key));
+    EXPECT_EQ(2, CFGetRetainCount(key)); // the first key object stays
+    EXPECT_EQ(2, CFGetRetainCount(twin));
+    // Many keys, none lost or doubled through growth and removal; keys and
+    // values read back in matching order.
+    for (int i = 0; i < 2000; ++i) {
+        CFStringRef name = NewCFString(std::to_string(i));
+        CFDictionarySetValue(dict, name, name);
+        CFRelease(name);
+    }
+    for (int i = 0; i < 2000; i += 2) {
+        CFStringRef name = NewCFString(std::to_string(i));
+        CFDictionaryRemoveValue(dict, name);
+        CFRelease(name);
+    }
+    CFDictionaryRemoveValue(dict, twin);
+    EXPECT_FALSE(CFDictionaryContainsKey(dict, key));
+    EXPECT_EQ(1, CFGetRetainCount(key));
+    EXPECT_EQ(1, CFGetRetainCount(twin));
+    ASSERT_EQ(1000, CFDictionaryGetCount(dict));
+    std::vector<const void*> keys(1000);
+    std::vector<const void*> values(1000);
+    std::vector<const void*> valuesOnly(1000);
+    CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
+    CFDictionaryGetKeysAndValues(dict, nullptr, valuesOnly.data());
+    EXPECT_EQ(keys, values);
+    EXPECT_EQ(values, valuesOnly);
+    EXPECT_EQ("1", ToString(CFDictionaryGetValue(dict, CFSTR("1"))));
+    CFRelease(dict);
+
+    CFRelease(key);
+    CFRelease(twin);
+
+    // Data grows through appends of its own bytes, the buffer moving.
+    CFMutableDataRef data = CFDataCreateMutable(kCFAllocatorDefault, 2);
+    CFDataAppendBytes(data, reinterpret_cast<const UInt8*>("abc"), 3);
+    for (int i = 0; i < 6; ++i) {
+        CFDataAppendBytes(data, CFDataGetBytePtr(data), 3);
+    }
+    EXPECT_EQ("abcabcabcabcabcabcabc", BytesOf(data));
+    CFRelease(data);
+}
+
+TEST(CFObjectsTest, StringsConvertBetweenUtf8AndUtf16Units)
+{
+    CFStringRef string = NewCFString("caf\xC3\xA9\xF0\x9F\x98\x80"); // é, a surrogate pair
+    EXPECT_EQ(6, CFStringGetLength(string));
+    EXPECT_EQ(0xD83D, CFStringGetCharacterAtIndex(string, 4));
+    EXPECT_EQ(18, CFStringGetMaximumSizeForEncoding(6, kCFStringEncodingUTF8));
+    EXPECT_STREQ("caf\xC3\xA9\xF0\x9F\x98\x80",
+                 CFStringGetCStringPtr(string, kCFStringEncodingUTF8));
+    // Room for the terminator is needed; a failed copy leaves "".
+    char buffer[10] = "xxxxxxxxx";
+    EXPECT_FALSE(CFStringGetCString(string, buffer, 9, kCFStringEncodingUTF8));
+    EXPECT_STREQ("", buffer);
+    EXPECT_TRUE(CFStringGetCString(string, buffer, 10, kCFStringEncodingUTF8));
+    EXPECT_STREQ("caf\xC3\xA9\xF0\x9F\x98\x80", buffer);
+    EXPECT_FALSE(CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingASCII));
+    CFRelease(string);
+    // Counted UTF-8 bytes, without a terminator; malformed ones refused.
+    for (auto [bytes, expected] : {std::pair("h\xC3\xA9!", "h\xC3\xA9"), std::pair("\xC3 x", ""),
+                                   std::pair("\xC0\xAFx", "")}) {
+        CFStringRef decoded =
+            CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes), 3,
+                                    kCFStringEncodingUTF8, false);
+        EXPECT_EQ(*expected != 0 ? expected : "<not a string>", ToString(decoded)) << bytes;
+        if (decoded != nullptr) {
+            CFRelease(decoded);
+        }
+    }
+    const UniChar withNul[] = {'a', 0, 'b'};
+    CFStringRef embedded = CFStringCreateWithCharacters(kCFAllocatorDefault, withNul, 3);
+    EXPECT_EQ(3, CFStringGetLength(embedded));
+    EXPECT_EQ(nullptr, CFStringGetCStringPtr(embedded, kCFStringEncodingUTF8));
+    CFRelease(embedded);
+}
+
+TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
+{
+    CFMutableDictionaryRef state = NewCFTypeDictionary();
+    const SInt32 subtype = 0x666C6E67;
+    const SInt64 negative = -1234567890123LL;
+    const Float32 load = 0.25f;
+    const Float64 whole = 3.0;
+    const UInt8 blob[] = {0, 0, 0, 1, 0xFF, 0x80};
+    const void* items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
+    const std::pair<CFStringRef, CFTypeRef> entries[] = {
+        {CFSTR("subtype"), CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &subtype)},
+        {CFSTR("negative"), CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &negative)},
+        {CFSTR("cpu-load"), CFNumberCreate(kCFAllocatorDefault, kCFNumberFloatType, &load)},
+        {CFSTR("whole"), CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &whole)},
+        {CFSTR("data"), CFDataCreate(kCFAllocatorDefault, blob, sizeof blob)},
+        {CFSTR("name"), NewCFString("Wah <&> \"Caf\xC3\xA9\"")},
+        {CFSTR("flags"), CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks)},
+        {CFSTR("element-name"), NewCFTypeDictionary()},
+    };
+    for (const auto& [key, value] : entries) {
+        CFDictionarySetValue(state, key, value);
+        CFRelease(value);
+    }
+    std::string xml;
+    for (CFPropertyListFormat format :
+         {kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0}) {
+        CFErrorRef error = nullptr;
+        CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, state, format, 0, &error);
+        ASSERT_NE(nullptr, data);
+        EXPECT_EQ(1, CFGetRetainCount(data));
+        xml = xml.empty() ? BytesOf(data) : xml;
+        CFPropertyListFormat read = 0;
+        CFPropertyListRef back = CFPropertyListCreateWithData(
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, &read, &error);
+        CFRelease(data);
+        ASSERT_NE(nullptr, back);
+        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(format, read);
+        EXPECT_EQ(1, CFGetRetainCount(back));
+        EXPECT_TRUE(CFEqual(state, back));
+        // Written again, the tree read back gives the same XML: no integer
+        // turned real or the reverse.
+        data = CFPropertyListCreateData(kCFAllocatorDefault, back, kCFPropertyListXMLFormat_v1_0, 0,
+                                        nullptr);
+        EXPECT_EQ(xml, BytesOf(data));
+        auto dict = static_cast<CFMutableDictionaryRef>(const_cast<void*>(back));
+        CFDictionarySetValue(dict, CFSTR("extra"), kCFBooleanTrue);
+        EXPECT_FALSE(CFDictionaryContainsKey(dict, CFSTR("extra"))); // read as immutable
+        CFRelease(data);
+        CFRelease(back);
+    }
+    CFRelease(state);
+    // XML spells integers and reals apart, escapes text, and sorts keys so
+    // that equal trees give equal bytes.
+    EXPECT_NE(std::string::npos, xml.find("<key>subtype</key>\n\t<integer>1718382183</integer>"));
+    EXPECT_NE(std::string::npos, xml.find("<integer>-1234567890123</integer>"));
+    EXPECT_NE(std::string::npos, xml.find("<key>cpu-load</key>\n\t<real>0.25</real>"));
+    EXPECT_NE(std::string::npos, xml.find("<key>whole</key>\n\t<real>3</real>"));
+    EXPECT_NE(std::string::npos, xml.find("&lt;&amp;&gt;"));
+    EXPECT_LT(xml.find("<key>cpu-load</key>"), xml.find("<key>subtype</key>"));
+}
+
+TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
+{
+    auto nested = [](int levels) {
+        std::string open;
+        std::string close;
+        for (int i = 0; i < levels; ++i) {
+            open += "<array>";
+            close += "</array>";
+        }
+        return "<plist version=\"1.0\">" + open + close + "</plist>";
+    };
+    const void* items[] = {CFSTR("a"), kCFBooleanTrue};
+    CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, items, 2, &kCFTypeArrayCallBacks);
+    CFDataRef binary = CFPropertyListCreateData(kCFAllocatorDefault, array,
+                                                kCFPropertyListBinaryFormat_v1_0, 0, nullptr);
+    const std::string valid = BytesOf(binary);
+    CFRelease(binary);
+    // 513 nested levels are read; one more, or any of these, is refused.
+    const std::pair<std::string, CFOptionFlags> inputs[] = {
+        {nested(513), kCFPropertyListMutableContainersAndLeaves},
+        {nested(1), 3},
+        {nested(514), 0},
+        {"", 0},
+        {"this is not a property list", 0},
+        {"<plist version=\"1.0\"><dict><key>a</key><integer>1</integer>", 0},
+        {"<plist version=\"1.0\"><date>2020-01-01T00:00:00Z</date></plist>", 0},
+        {valid.substr(0, valid.size() - 10), 0},
+    };
+    for (const auto& [input, options] : inputs) {
+        CFDataRef data = NewData(input);
+        CFErrorRef error = nullptr;
+        CFPropertyListFormat format = 99;
+        CFPropertyListRef plist =
+            CFPropertyListCreateWithData(kCFAllocatorDefault, data, options, &format, &error);
+        CFRelease(data);
+        if (&input == &inputs[0].first) {
+            EXPECT_NE(nullptr, plist);
+            CFRelease(plist);
+            continue;
+        }
+        EXPECT_EQ(nullptr, plist) << input.substr(0, 40);
+        ASSERT_NE(nullptr, error) << input.substr(0, 40);
+        EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
+        EXPECT_EQ(99, format);
+        CFRelease(error);
+    }
+
+    // A non-string key, a value of no property-list type, no tree, no format.
+    CFMutableDictionaryRef booleanKey = NewCFTypeDictionary();
+    CFDictionarySetValue(booleanKey, kCFBooleanTrue, CFSTR("one"));
+    CFMutableDictionaryRef urlValue = NewCFTypeDictionary();
+    CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR("/tmp"),
+                                                 kCFURLPOSIXPathStyle, true);
+    CFDictionarySetValue(urlValue, CFSTR("url"), url);
+    CFRelease(url);
+    const std::pair<CFPropertyListRef, CFPropertyListFormat> trees[] = {
+        {booleanKey, kCFPropertyListXMLFormat_v1_0},
+        {urlValue, kCFPropertyListBinaryFormat_v1_0},
+        {nullptr, kCFPropertyListXMLFormat_v1_0},
+        {array, kCFPropertyListOpenStepFormat},
+    };
+    for (const auto& [tree, format] : trees) {
+        CFErrorRef error = nullptr;
+        EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, tree, format, 0, &error));
+        ASSERT_NE(nullptr, error);
+        EXPECT_EQ(kCFPropertyListWriteInvalidError, CFErrorGetCode(error));
+        CFRelease(error);
+        EXPECT_FALSE(CFPropertyListIsValid(tree, format));
+    }
+    EXPECT_TRUE(CFPropertyListIsValid(array, kCFPropertyListBinaryFormat_v1_0));
+    CFRelease(array);
+    CFRelease(urlValue);
+    CFRelease(booleanKey);
+}
