@@ -1,7 +1,6 @@
-/* Hosts open and close instances from several threads at once, in both
-   styles, while another thread lists the components and every thread first
-   registers the built bundle: every call succeeds, reaches its own instance,
-   and the bundle is registered once. */
+/* Hosts open and close instances in both styles from several threads, each
+   first registering the built bundle, while another lists the components:
+   every call succeeds and reaches its own instance; the bundle loads once. */
 #include <AudioUnit/AudioUnit.h>
 #include <CoreServices/CoreServices.h>
 
@@ -17,30 +16,25 @@ namespace {
 const AudioComponentDescription kPlugIn = {kAudioUnitType_Effect, 0x566E6472 /* Vndr */,
                                            0x5664726C /* Vdrl */, 0, 0};
 
-/* One open-use-close cycle whose centre frequency is set to tag and read
-   back; the first failure, or -1 when the read does not give tag. */
-OSStatus Cycle(bool componentManager, Float32 tag)
+/* One open-set-read-close cycle: true when every call succeeds and the
+   centre frequency reads back as tag. */
+bool Cycle(bool componentManager, Float32 tag)
 {
-    ComponentInstance unit = nullptr;
     ComponentDescription looking = {kPlugIn.componentType, kPlugIn.componentSubType,
                                     kPlugIn.componentManufacturer, 0, 0};
-    OSStatus status =
-        componentManager
-            ? OpenAComponent(FindNextComponent(nullptr, &looking), &unit)
-            : AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &kPlugIn), &unit);
-    if (status != noErr) {
-        return status;
-    }
+    ComponentInstance unit = nullptr;
     Float32 value = 0;
-    for (OSStatus s : {AudioUnitInitialize(unit),
-                       AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0),
-                       AudioUnitGetParameter(unit, 5, kAudioUnitScope_Global, 0, &value)}) {
-        status = status != noErr ? status : s;
+    if ((componentManager ? OpenAComponent(FindNextComponent(nullptr, &looking), &unit)
+                          : AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &kPlugIn),
+                                                      &unit)) != noErr) {
+        return false;
     }
-    status = (status == noErr && value != tag) ? -1 : status;
+    const bool used = AudioUnitInitialize(unit) == noErr &&
+                      AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0) == noErr &&
+                      AudioUnitGetParameter(unit, 5, kAudioUnitScope_Global, 0, &value) == noErr;
     const OSStatus closed =
         componentManager ? CloseComponent(unit) : AudioComponentInstanceDispose(unit);
-    return status != noErr ? status : closed;
+    return used && closed == noErr && value == tag;
 }
 
 TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
@@ -67,7 +61,7 @@ TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
             // The first look-up, the folder scan and the registrations race.
             failures += t < 4 && AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR) != noErr;
             for (int round = 0; round < 40 && t < 4; ++round) {
-                failures += Cycle((round + t) % 2 == 0, Float32(200 + t * 40 + round)) != noErr;
+                failures += !Cycle((round + t) % 2 == 0, Float32(200 + t * 40 + round));
             }
         });
     }

@@ -2,8 +2,8 @@
    bundles of AU_COMPONENT_PATH and in the home plug-in folder (through
    symbolic links) or named by the host, broken bundles and entries skipped,
    in-process registrations in both hosting styles, look-ups by description,
-   and the statuses of refused calls. The bundles made here
-   carry the built plug-in's binary under descriptions of their own. */
+   and the statuses of refused calls. The bundles made here carry the built
+   plug-in's binary under descriptions of their own. */
 #include <AudioUnit/AudioUnit.h>
 #include <CoreServices/CoreServices.h>
 
@@ -14,7 +14,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CFTestHelpers.h"
@@ -60,8 +62,9 @@ AudioComponent Find(const char* subtype)
     return AudioComponentFindNext(nullptr, &description);
 }
 
-/* Opens the component in the given style, initializes the unit and closes
-   it through the other API. */
+/* Opens the component in the given style, initializes the unit, checks what
+   the runtime tells about it, routes the highest selector, and closes it
+   through the other API. */
 void ExpectOpensAndCloses(void* component, bool componentManager)
 {
     ComponentInstance unit = nullptr;
@@ -74,6 +77,11 @@ void ExpectOpensAndCloses(void* component, bool componentManager)
     EXPECT_EQ(noErr, GetComponentInfo(reinterpret_cast<Component>(unit), &info, nullptr, nullptr,
                                       nullptr));
     EXPECT_EQ(kVtst, info.componentManufacturer);
+    auto listener = [](void*, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement) {};
+    EXPECT_EQ(noErr,
+              AudioUnitAddPropertyListener(unit, kAudioUnitProperty_Latency, listener, &info));
+    EXPECT_EQ(noErr, AudioUnitRemovePropertyListenerWithUserData(unit, kAudioUnitProperty_Latency,
+                                                                 listener, &info));
     EXPECT_EQ(noErr, componentManager ? AudioComponentInstanceDispose(unit) : CloseComponent(unit));
 }
 
@@ -98,8 +106,6 @@ protected:
         MakeBundle(folder + "/B.component", Entry("gfl2", kFactory));
         MakeBundle(folder + "/Broken.component", Entry("gbrk"), "Missing");
         MakeBundle(folder + "/Empty.component", Entry("gmis", ""));
-        fs::create_directories(folder + "/Garbage.component/Contents");
-        std::ofstream(folder + "/Garbage.component/Contents/Info.plist") << "not a property list";
         std::ofstream(folder + "/Notes.txt") << "not a bundle";
         MakeBundle(sRoot + "/path/Single.component", Entry("gsgl"));
         // The home plug-in folder is a link, and so is the bundle in it.
@@ -136,19 +142,12 @@ TEST_F(ComponentRegistryTest, ScansPathFoldersPathBundlesAndTheLinkedHomeFolderI
     EXPECT_EQ(listed, (std::vector<std::string>{"Test gbth", "Test gfac", "Test gent", "Test gfl2",
                                                 "Test gsgl", "Test glnk"}));
     EXPECT_EQ(6u, AudioComponentCount(&any));
-    UInt32 version = 0;
-    ASSERT_EQ(noErr, AudioComponentGetVersion(Find("gsgl"), &version));
-    EXPECT_EQ(7u, version);
 
     // The Component Manager finds only components with an entry function.
     ComponentDescription entries = {0, 0, kVtst, 0, 0};
     Component first = FindNextComponent(nullptr, &entries);
     EXPECT_EQ(reinterpret_cast<Component>(Find("gbth")), first);
     EXPECT_EQ(reinterpret_cast<Component>(Find("gent")), FindNextComponent(first, &entries));
-    unsigned char pascal[256] = {};
-    Ptr bytes = reinterpret_cast<Ptr>(pascal);
-    ASSERT_EQ(noErr, GetComponentInfo(first, nullptr, &bytes, nullptr, nullptr));
-    EXPECT_EQ("Test gbth", std::string(reinterpret_cast<char*>(pascal + 1), pascal[0]));
 
     for (const char* subtype : {"gbth", "gfac", "gent", "gsgl", "glnk"}) {
         SCOPED_TRACE(subtype);
@@ -165,20 +164,18 @@ TEST_F(ComponentRegistryTest, NamedBundlesRegisterOnceOrReportWhyNot)
     const std::pair<std::string, OSStatus> cases[] = {
         {folder + "/Broken.component", kAudioUnitErr_InvalidFile},
         {folder + "/Empty.component", kAudioUnitErr_InvalidFile},
-        {folder + "/Garbage.component", kAudioUnitErr_InvalidFile},
         {folder + "/Notes.txt", kAudioUnitErr_InvalidFile},
         {sRoot + "/nothing-here.component", fnfErr},
         {sRoot + "/named/Named.component", noErr},
         // Again, through other spellings of the path and through a link.
         {sRoot + "/named/../named/Named.component", noErr},
         {sRoot + "/linked/Linked.component", noErr},
-        {sRoot + "/path/Single.component", noErr},
     };
     for (const auto& [path, status] : cases) {
         EXPECT_EQ(status, AudioComponentRegisterBundle(path.c_str())) << path;
     }
     EXPECT_EQ(paramErr, AudioComponentRegisterBundle(nullptr));
-    for (const char* subtype : {"gnam", "glnk", "gsgl"}) {
+    for (const char* subtype : {"gnam", "glnk"}) {
         AudioComponentDescription description = {0, Code(subtype), 0, 0, 0};
         EXPECT_EQ(1u, AudioComponentCount(&description)) << subtype;
     }
@@ -193,17 +190,13 @@ TEST_F(ComponentRegistryTest, InProcessRegistrationsOpenInTheirStyleOrReportThei
     AudioComponentDescription description = {kAudioUnitType_Effect, Code("rfac"), kVtst, 0, 0};
     AudioComponent registered =
         AudioComponentRegister(&description, CFSTR("Registered"), 5, factory);
-    ASSERT_NE(nullptr, registered);
     EXPECT_EQ(registered, Find("rfac"));
-    ComponentDescription cm = {kAudioUnitType_Effect, Code("rfac"), kVtst, 0, 0};
-    EXPECT_EQ(nullptr, FindNextComponent(nullptr, &cm)); // no entry function
     ExpectOpensAndCloses(registered, false);
 
     unsigned char pascal[] = "\7Entered"; // length byte, then the text
     Ptr name = reinterpret_cast<Ptr>(pascal);
-    cm.componentSubType = Code("rent");
+    ComponentDescription cm = {kAudioUnitType_Effect, Code("rent"), kVtst, 0, 0};
     Component entered = RegisterComponent(&cm, entry, 0, &name, nullptr, nullptr);
-    ASSERT_NE(nullptr, entered);
     EXPECT_EQ(entered, FindNextComponent(nullptr, &cm));
     CFStringRef copied = nullptr;
     ASSERT_EQ(noErr, AudioComponentCopyName(reinterpret_cast<AudioComponent>(entered), &copied));
@@ -225,12 +218,7 @@ TEST_F(ComponentRegistryTest, InProcessRegistrationsOpenInTheirStyleOrReportThei
     const ComponentRoutineUPP failingEntry = [](ComponentParameters*, Handle) -> ComponentResult {
         return kAudioUnitErr_FailedInitialization;
     };
-    const struct
-    {
-        void* mComponent;
-        bool mComponentManager;
-        OSStatus mStatus;
-    } failures[] = {
+    const std::tuple<void*, bool, OSStatus> failures[] = {
         {AudioComponentRegister(&description, nullptr, 0, failingFactory), false,
          kAudioUnitErr_FailedInitialization},
         {AudioComponentRegister(&description, nullptr, 0, noRecord), false, memFullErr},
@@ -239,16 +227,16 @@ TEST_F(ComponentRegistryTest, InProcessRegistrationsOpenInTheirStyleOrReportThei
         {RegisterComponent(&cm, failingEntry, 0, nullptr, nullptr, nullptr), false,
          kAudioUnitErr_FailedInitialization},
     };
-    for (const auto& f : failures) {
+    for (const auto& [component, componentManager, status] : failures) {
         ComponentInstance unit = reinterpret_cast<ComponentInstance>(&description);
-        EXPECT_EQ(f.mStatus, f.mComponentManager
-                                 ? OpenAComponent(static_cast<Component>(f.mComponent), &unit)
-                                 : AudioComponentInstanceNew(
-                                       static_cast<AudioComponent>(f.mComponent), &unit));
+        EXPECT_EQ(status,
+                  componentManager
+                      ? OpenAComponent(static_cast<Component>(component), &unit)
+                      : AudioComponentInstanceNew(static_cast<AudioComponent>(component), &unit));
         EXPECT_EQ(nullptr, unit);
     }
     CFStringRef unnamed = nullptr;
-    ASSERT_EQ(noErr, AudioComponentCopyName(static_cast<AudioComponent>(failures[0].mComponent),
+    ASSERT_EQ(noErr, AudioComponentCopyName(static_cast<AudioComponent>(std::get<0>(failures[0])),
                                             &unnamed));
     EXPECT_EQ("", ToString(unnamed));
     CFRelease(unnamed);
@@ -273,11 +261,9 @@ TEST_F(ComponentRegistryTest, DescriptionsMatchFieldByFieldWithZeroAsWildcard)
         {{0, gsgl, 0, 0, 1}, Find("gsgl")},
     };
     EXPECT_NE(nullptr, Find("gsgl"));
-    for (const auto& [search, first] : cases) {
-        EXPECT_EQ(first, AudioComponentFindNext(nullptr, &search))
-            << search.componentType << " " << search.componentSubType << " "
-            << search.componentManufacturer << " " << search.componentFlags << "/"
-            << search.componentFlagsMask;
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(cases[i].second, AudioComponentFindNext(nullptr, &cases[i].first))
+            << "case " << i;
     }
 }
 
@@ -322,7 +308,7 @@ TEST_F(ComponentRegistryTest, UnknownHandlesAndNullArgumentsAreRefused)
         AudioUnitRender(nullptr, nullptr, nullptr, 0, 0, nullptr),
         AudioUnitReset(nullptr, 0, 0),
     };
-    for (size_t i = 0; i < sizeof statuses / sizeof statuses[0]; ++i) {
+    for (size_t i = 0; i < std::size(statuses); ++i) {
         EXPECT_EQ(paramErr, statuses[i]) << "call " << i;
     }
     EXPECT_EQ(nullptr, unit);
