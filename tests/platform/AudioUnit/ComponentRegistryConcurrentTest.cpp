@@ -29,8 +29,7 @@ bool Cycle(bool componentManager, Float32 tag)
                                                       &unit)) != noErr) {
         return false;
     }
-    const bool used = AudioUnitInitialize(unit) == noErr &&
-                      AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0) == noErr &&
+    const bool used = AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0) == noErr &&
                       AudioUnitGetParameter(unit, 5, kAudioUnitScope_Global, 0, &value) == noErr;
     const OSStatus closed =
         componentManager ? CloseComponent(unit) : AudioComponentInstanceDispose(unit);
