@@ -186,6 +186,9 @@ TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
         CFRelease(data);
         CFRelease(back);
     }
+    CFPropertyListRef copy = CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, 0);
+    EXPECT_TRUE(CFEqual(state, copy));
+    CFRelease(copy);
     CFRelease(state);
     // XML spells integers and reals apart, escapes text, and sorts keys so
     // that equal trees give equal bytes.
