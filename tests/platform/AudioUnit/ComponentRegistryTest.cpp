@@ -1,6 +1,9 @@
-/* Bundles are found in the folders of AU_COMPONENT_PATH and the home
-   plug-in folder (through symbolic links), named by the host, or registered
-   in-process; broken bundles are skipped without hiding the others. */
+/* The runtime's component registry: bundles found in the folders and
+   bundles of AU_COMPONENT_PATH and in the home plug-in folder (through
+   symbolic links) or named by the host, broken bundles and entries skipped,
+   in-process registrations in both hosting styles, look-ups by description,
+   and the statuses of refused calls. The bundles made here carry the built
+   plug-in's binary under descriptions of their own. */
 #include <AudioUnit/AudioUnit.h>
 #include <CoreServices/CoreServices.h>
 
@@ -9,87 +12,77 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <tuple>
+#include <vector>
 
-#include "TestGainUnit.h"
+#include "CFTestHelpers.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
-constexpr OSType kFolderSubtype = 0x67666C64;          // 'gfld'
-constexpr OSType kSingleSubtype = 0x6773676C;          // 'gsgl'
-constexpr OSType kLinkedSubtype = 0x676C6E6B;          // 'glnk'
-constexpr OSType kExplicitSubtype = 0x67657870;        // 'gexp'
-constexpr OSType kRegisteredSubtype = 0x67726567;      // 'greg'
-constexpr OSType kEntryRegisteredSubtype = 0x6772636D; // 'grcm'
+constexpr OSType kVtst = 0x56747374; // 'Vtst', the manufacturer of every test component
+const std::string kFactory = "<key>factoryFunction</key><string>VandrelFactory</string>";
+const std::string kEntry = "<key>entryFunction</key><string>VandrelEntry</string>";
 
-std::string FourChars(OSType code)
+OSType Code(const char* text)
 {
-    return std::string{static_cast<char>(code >> 24), static_cast<char>(code >> 16),
-                       static_cast<char>(code >> 8), static_cast<char>(code)};
+    return OSType(text[0]) << 24 | OSType(text[1]) << 16 | OSType(text[2]) << 8 | OSType(text[3]);
 }
 
-void WriteFile(const std::string& path, const std::string& text)
+/* One AudioComponents entry of manufacturer Vtst. */
+std::string Entry(const std::string& subtype, const std::string& functions = kFactory + kEntry,
+                  const std::string& type = "aufx")
 {
-    std::ofstream(path) << text;
+    return "<dict><key>type</key><string>" + type + "</string><key>subtype</key><string>" +
+           subtype + "</string><key>manufacturer</key><string>Vtst</string><key>name</key>" +
+           "<string>Test " + subtype + "</string><key>version</key><integer>7</integer>" +
+           functions + "</dict>";
 }
 
-/* A bundle at path with one component of the given subtype, whose binary is
-   a symbolic link to the test gain binary. */
-void MakeBundle(const std::string& path, OSType subtype, const std::string& executable = "TestGain")
+/* A bundle at path listing entries, whose binary links to the plug-in's. */
+void MakeBundle(const std::string& path, const std::string& entries,
+                const std::string& executable = "Vandrel")
 {
-    std::filesystem::create_directories(path + "/Contents/Linux");
-    WriteFile(path + "/Contents/Info.plist",
-              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-              "<key>CFBundleExecutable</key><string>" +
-                  executable +
-                  "</string>"
-                  "<key>AudioComponents</key><array><dict>"
-                  "<key>type</key><string>aufx</string>"
-                  "<key>subtype</key><string>" +
-                  FourChars(subtype) +
-                  "</string>"
-                  "<key>manufacturer</key><string>Vtst</string>"
-                  "<key>name</key><string>Scanned</string>"
-                  "<key>version</key><integer>7</integer>"
-                  "<key>factoryFunction</key><string>TestGainFactory</string>"
-                  "<key>entryFunction</key><string>TestGainEntry</string>"
-                  "</dict></array></dict></plist>\n");
-    std::filesystem::create_symlink(TEST_GAIN_BINARY, path + "/Contents/Linux/TestGain");
+    fs::create_directories(path + "/Contents/Linux");
+    std::ofstream(path + "/Contents/Info.plist")
+        << "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>" << executable
+        << "</string><key>AudioComponents</key><array>" << entries << "</array></dict></plist>\n";
+    fs::create_symlink(VANDREL_BUNDLE_DIR "/Contents/Linux/Vandrel",
+                       path + "/Contents/Linux/Vandrel");
 }
 
-AudioComponentDescription Describe(OSType subtype)
+AudioComponent Find(const char* subtype)
 {
-    return AudioComponentDescription{kAudioUnitType_Effect, subtype, kTestGainManufacturer, 0, 0};
+    AudioComponentDescription description = {kAudioUnitType_Effect, Code(subtype), kVtst, 0, 0};
+    return AudioComponentFindNext(nullptr, &description);
 }
 
-UInt32 CountOf(OSType subtype)
+/* Opens the component in the given style, initializes the unit, checks what
+   the runtime tells about it, routes the highest selector, and closes it
+   through the other API. */
+void ExpectOpensAndCloses(void* component, bool componentManager)
 {
-    AudioComponentDescription description = Describe(subtype);
-    return AudioComponentCount(&description);
-}
-
-/* Opens the component both ways and closes it again. */
-void ExpectOpensBothWays(OSType subtype)
-{
-    AudioComponentDescription description = Describe(subtype);
-    AudioComponent component = AudioComponentFindNext(nullptr, &description);
-    ASSERT_NE(component, nullptr) << FourChars(subtype);
-    AudioComponentInstance instance = nullptr;
-    ASSERT_EQ(AudioComponentInstanceNew(component, &instance), noErr);
-    EXPECT_EQ(AudioUnitInitialize(instance), noErr);
-    EXPECT_EQ(AudioComponentInstanceDispose(instance), noErr);
-
-    ComponentDescription looking;
-    std::memcpy(&looking, &description, sizeof(looking));
-    Component cmComponent = FindNextComponent(nullptr, &looking);
-    ASSERT_EQ(reinterpret_cast<void*>(cmComponent), reinterpret_cast<void*>(component));
-    ComponentInstance ci = nullptr;
-    ASSERT_EQ(OpenAComponent(cmComponent, &ci), noErr);
-    EXPECT_EQ(AudioUnitInitialize(ci), noErr);
-    EXPECT_EQ(CloseComponent(ci), noErr);
+    ComponentInstance unit = nullptr;
+    ASSERT_EQ(noErr, componentManager ? OpenAComponent(static_cast<Component>(component), &unit)
+                                      : AudioComponentInstanceNew(
+                                            static_cast<AudioComponent>(component), &unit));
+    EXPECT_EQ(noErr, AudioUnitInitialize(unit));
+    EXPECT_EQ(component, AudioComponentInstanceGetComponent(unit));
+    ComponentDescription info = {};
+    EXPECT_EQ(noErr, GetComponentInfo(reinterpret_cast<Component>(unit), &info, nullptr, nullptr,
+                                      nullptr));
+    EXPECT_EQ(kVtst, info.componentManufacturer);
+    auto listener = [](void*, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement) {};
+    EXPECT_EQ(noErr,
+              AudioUnitAddPropertyListener(unit, kAudioUnitProperty_Latency, listener, &info));
+    EXPECT_EQ(noErr, AudioUnitRemovePropertyListenerWithUserData(unit, kAudioUnitProperty_Latency,
+                                                                 listener, &info));
+    EXPECT_EQ(noErr, componentManager ? AudioComponentInstanceDispose(unit) : CloseComponent(unit));
 }
 
 class ComponentRegistryTest : public ::testing::Test
@@ -100,142 +93,231 @@ protected:
     static void SetUpTestSuite()
     {
         char pattern[] = "/tmp/au-scan-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        ASSERT_NE(nullptr, mkdtemp(pattern));
         sRoot = pattern;
-
-        std::string folder = sRoot + "/env/Folder";
-        MakeBundle(folder + "/FolderGain.component", kFolderSubtype);
-        MakeBundle(folder + "/Broken.component", 0x67627276, "Missing"); // binary missing
-        std::filesystem::create_directories(folder + "/Garbage.component/Contents");
-        WriteFile(folder + "/Garbage.component/Contents/Info.plist", "this is not a property list");
-        WriteFile(folder + "/Notes.txt", "not a bundle");
-        MakeBundle(sRoot + "/env/Single.component", kSingleSubtype);
-
-        // The home plug-in folder is a symbolic link, and so is the bundle in
-        // the folder it points to.
-        MakeBundle(sRoot + "/real/Linked.component", kLinkedSubtype);
-        std::filesystem::create_directories(sRoot + "/linked");
-        std::filesystem::create_directory_symlink(sRoot + "/real/Linked.component",
-                                                  sRoot + "/linked/Linked.component");
-        std::filesystem::create_directories(sRoot + "/home/Library/Audio/Plug-Ins");
-        std::filesystem::create_directory_symlink(
-            sRoot + "/linked", sRoot + "/home/Library/Audio/Plug-Ins/Components");
-
-        MakeBundle(sRoot + "/explicit/Explicit.component", kExplicitSubtype);
-
-        std::string path =
-            folder + "::" + sRoot + "/env/Single.component:" + sRoot + "/does-not-exist";
+        const std::string folder = sRoot + "/path/Folder";
+        // Entries without a loadable function or with a malformed code are
+        // left out; the rest of their bundle loads.
+        MakeBundle(folder + "/A.component",
+                   Entry("gbth") + Entry("gfac", kFactory) + Entry("gent", kEntry) +
+                       Entry("gmis", "<key>factoryFunction</key><string>NoSuch</string>") +
+                       Entry("gbad", kFactory, "effect") + Entry("gnon", "") +
+                       "<string>not a dictionary</string>");
+        MakeBundle(folder + "/B.component", Entry("gfl2", kFactory));
+        MakeBundle(folder + "/Broken.component", Entry("gbrk"), "Missing");
+        MakeBundle(folder + "/Empty.component", Entry("gmis", ""));
+        std::ofstream(folder + "/Notes.txt") << "not a bundle";
+        MakeBundle(sRoot + "/path/Single.component", Entry("gsgl"));
+        // The home plug-in folder is a link, and so is the bundle in it.
+        MakeBundle(sRoot + "/real/Linked.component", Entry("glnk", kEntry));
+        fs::create_directories(sRoot + "/linked");
+        fs::create_directory_symlink(sRoot + "/real/Linked.component",
+                                     sRoot + "/linked/Linked.component");
+        fs::create_directories(sRoot + "/home/Library/Audio/Plug-Ins");
+        fs::create_directory_symlink(sRoot + "/linked",
+                                     sRoot + "/home/Library/Audio/Plug-Ins/Components");
+        MakeBundle(sRoot + "/named/Named.component", Entry("gnam"));
+        const std::string path = folder + "::" + sRoot + "/path/Single.component:/nonexistent";
         setenv("AU_COMPONENT_PATH", path.c_str(), 1);
         setenv("HOME", (sRoot + "/home").c_str(), 1);
     }
 
-    static void TearDownTestSuite()
-    {
-        std::error_code error;
-        std::filesystem::remove_all(sRoot, error);
-        EXPECT_FALSE(error) << error.message();
-    }
+    static void TearDownTestSuite() { fs::remove_all(sRoot); }
 
     static std::string sRoot;
 };
 
 std::string ComponentRegistryTest::sRoot;
 
-TEST_F(ComponentRegistryTest, FindsBundlesInPathFoldersPathBundlesAndTheLinkedHomeFolder)
+TEST_F(ComponentRegistryTest, ScansPathFoldersPathBundlesAndTheLinkedHomeFolderInOrder)
 {
-    EXPECT_EQ(CountOf(kFolderSubtype), 1u);
-    EXPECT_EQ(CountOf(kSingleSubtype), 1u);
-    EXPECT_EQ(CountOf(kLinkedSubtype), 1u);
-    EXPECT_EQ(CountOf(kExplicitSubtype), 0u);
-    for (OSType subtype : {kFolderSubtype, kSingleSubtype, kLinkedSubtype}) {
-        ExpectOpensBothWays(subtype);
+    std::vector<std::string> listed;
+    AudioComponentDescription any = {0, 0, kVtst, 0, 0};
+    for (AudioComponent c = nullptr; (c = AudioComponentFindNext(c, &any)) != nullptr;) {
+        CFStringRef name = nullptr;
+        EXPECT_EQ(noErr, AudioComponentCopyName(c, &name));
+        listed.push_back(ToString(name));
+        CFRelease(name);
     }
-    // Scanned in order: the path's folder, then its bundle, then home.
-    AudioComponentDescription any = {kAudioUnitType_Effect, 0, kTestGainManufacturer, 0, 0};
-    AudioComponent first = AudioComponentFindNext(nullptr, &any);
-    AudioComponentDescription description;
-    ASSERT_EQ(AudioComponentGetDescription(first, &description), noErr);
-    EXPECT_EQ(description.componentSubType, kFolderSubtype);
+    EXPECT_EQ(listed, (std::vector<std::string>{"Test gbth", "Test gfac", "Test gent", "Test gfl2",
+                                                "Test gsgl", "Test glnk"}));
+    EXPECT_EQ(6u, AudioComponentCount(&any));
+
+    // The Component Manager finds only components with an entry function.
+    ComponentDescription entries = {0, 0, kVtst, 0, 0};
+    Component first = FindNextComponent(nullptr, &entries);
+    EXPECT_EQ(reinterpret_cast<Component>(Find("gbth")), first);
+    EXPECT_EQ(reinterpret_cast<Component>(Find("gent")), FindNextComponent(first, &entries));
+
+    for (const char* subtype : {"gbth", "gfac", "gent", "gsgl", "glnk"}) {
+        SCOPED_TRACE(subtype);
+        ExpectOpensAndCloses(Find(subtype), false);
+    }
+    ExpectOpensAndCloses(Find("glnk"), true);
+    ComponentInstance unit = nullptr;
+    EXPECT_EQ(invalidComponentID, OpenAComponent(reinterpret_cast<Component>(Find("gfac")), &unit));
 }
 
-TEST_F(ComponentRegistryTest, BrokenBundlesAreSkippedAndReportedWhenNamed)
+TEST_F(ComponentRegistryTest, NamedBundlesRegisterOnceOrReportWhyNot)
 {
-    EXPECT_EQ(CountOf(0x67627276), 0u);
-    EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/env/Folder/Broken.component").c_str()),
-              kAudioUnitErr_InvalidFile);
-    EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/env/Folder/Garbage.component").c_str()),
-              kAudioUnitErr_InvalidFile);
-    EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/env/Folder/Notes.txt").c_str()),
-              kAudioUnitErr_InvalidFile);
-    EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/nothing-here.component").c_str()), fnfErr);
-    EXPECT_EQ(AudioComponentRegisterBundle(nullptr), paramErr);
+    const std::string folder = sRoot + "/path/Folder";
+    const std::pair<std::string, OSStatus> cases[] = {
+        {folder + "/Broken.component", kAudioUnitErr_InvalidFile},
+        {folder + "/Empty.component", kAudioUnitErr_InvalidFile},
+        {folder + "/Notes.txt", kAudioUnitErr_InvalidFile},
+        {sRoot + "/nothing-here.component", fnfErr},
+        {sRoot + "/named/Named.component", noErr},
+        // Again, through other spellings of the path and through a link.
+        {sRoot + "/named/../named/Named.component", noErr},
+        {sRoot + "/linked/Linked.component", noErr},
+    };
+    for (const auto& [path, status] : cases) {
+        EXPECT_EQ(status, AudioComponentRegisterBundle(path.c_str())) << path;
+    }
+    EXPECT_EQ(paramErr, AudioComponentRegisterBundle(nullptr));
+    for (const char* subtype : {"gnam", "glnk"}) {
+        AudioComponentDescription description = {0, Code(subtype), 0, 0, 0};
+        EXPECT_EQ(1u, AudioComponentCount(&description)) << subtype;
+    }
+    ExpectOpensAndCloses(Find("gnam"), true);
 }
 
-TEST_F(ComponentRegistryTest, NamedBundleRegistersItsComponentsOnce)
+TEST_F(ComponentRegistryTest, InProcessRegistrationsOpenInTheirStyleOrReportTheirFailure)
 {
-    std::string bundle = sRoot + "/explicit/Explicit.component";
-    ASSERT_EQ(AudioComponentRegisterBundle(bundle.c_str()), noErr);
-    EXPECT_EQ(CountOf(kExplicitSubtype), 1u);
-    ExpectOpensBothWays(kExplicitSubtype);
+    void* binary = dlopen(VANDREL_BUNDLE_DIR "/Contents/Linux/Vandrel", RTLD_NOW | RTLD_LOCAL);
+    auto factory = reinterpret_cast<AudioComponentFactoryFunction>(dlsym(binary, "VandrelFactory"));
+    auto entry = reinterpret_cast<ComponentRoutineUPP>(dlsym(binary, "VandrelEntry"));
+    AudioComponentDescription description = {kAudioUnitType_Effect, Code("rfac"), kVtst, 0, 0};
+    AudioComponent registered =
+        AudioComponentRegister(&description, CFSTR("Registered"), 5, factory);
+    EXPECT_EQ(registered, Find("rfac"));
+    ExpectOpensAndCloses(registered, false);
 
-    // Again, through another spelling of the path and through a link.
-    std::string link = sRoot + "/explicit-link.component";
-    std::filesystem::create_directory_symlink(bundle, link);
-    EXPECT_EQ(AudioComponentRegisterBundle(bundle.c_str()), noErr);
-    EXPECT_EQ(
-        AudioComponentRegisterBundle((sRoot + "/explicit/../explicit/Explicit.component").c_str()),
-        noErr);
-    EXPECT_EQ(AudioComponentRegisterBundle(link.c_str()), noErr);
-    EXPECT_EQ(CountOf(kExplicitSubtype), 1u);
-    // A bundle the scan already loaded is not loaded twice either.
-    EXPECT_EQ(AudioComponentRegisterBundle((sRoot + "/env/Single.component").c_str()), noErr);
-    EXPECT_EQ(CountOf(kSingleSubtype), 1u);
-}
-
-TEST_F(ComponentRegistryTest, InProcessRegistrationsAreListedAndOpenInTheirStyle)
-{
-    void* binary = dlopen(TEST_GAIN_BINARY, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(binary, nullptr);
-    auto factory =
-        reinterpret_cast<AudioComponentFactoryFunction>(dlsym(binary, "TestGainFactory"));
-    auto entry = reinterpret_cast<ComponentRoutineUPP>(dlsym(binary, "TestGainEntry"));
-    ASSERT_NE(factory, nullptr);
-    ASSERT_NE(entry, nullptr);
-
-    AudioComponentDescription registered = Describe(kRegisteredSubtype);
-    CFStringRef name =
-        CFStringCreateWithCString(kCFAllocatorDefault, "Registered", kCFStringEncodingUTF8);
-    AudioComponent component = AudioComponentRegister(&registered, name, 5, factory);
-    CFRelease(name);
-    ASSERT_NE(component, nullptr);
-    EXPECT_EQ(AudioComponentFindNext(nullptr, &registered), component);
-    ComponentDescription looking;
-    std::memcpy(&looking, &registered, sizeof(looking));
-    EXPECT_EQ(FindNextComponent(nullptr, &looking), nullptr); // no entry function
+    unsigned char pascal[] = "\7Entered"; // length byte, then the text
+    Ptr name = reinterpret_cast<Ptr>(pascal);
+    ComponentDescription cm = {kAudioUnitType_Effect, Code("rent"), kVtst, 0, 0};
+    Component entered = RegisterComponent(&cm, entry, 0, &name, nullptr, nullptr);
+    EXPECT_EQ(entered, FindNextComponent(nullptr, &cm));
     CFStringRef copied = nullptr;
-    ASSERT_EQ(AudioComponentCopyName(component, &copied), noErr);
-    char text[32] = {};
-    ASSERT_TRUE(CFStringGetCString(copied, text, sizeof(text), kCFStringEncodingUTF8));
-    EXPECT_STREQ(text, "Registered");
+    ASSERT_EQ(noErr, AudioComponentCopyName(reinterpret_cast<AudioComponent>(entered), &copied));
+    EXPECT_EQ("Entered", ToString(copied));
     CFRelease(copied);
+    ExpectOpensAndCloses(entered, true);
+    ExpectOpensAndCloses(entered, false);
 
-    ComponentDescription entryDescription = {kAudioUnitType_Effect, kEntryRegisteredSubtype,
-                                             kTestGainManufacturer, 0, 0};
-    unsigned char pascalName[] = "\x0A"
-                                 "Registered";
-    Ptr nameBytes = reinterpret_cast<Ptr>(pascalName);
-    Component cmComponent =
-        RegisterComponent(&entryDescription, entry, 0, &nameBytes, nullptr, nullptr);
-    ASSERT_NE(cmComponent, nullptr);
-    EXPECT_EQ(FindNextComponent(nullptr, &entryDescription), cmComponent);
-    ExpectOpensBothWays(kEntryRegisteredSubtype);
-    unsigned char readBack[256] = {};
-    Ptr readBytes = reinterpret_cast<Ptr>(readBack);
-    ASSERT_EQ(GetComponentInfo(cmComponent, nullptr, &readBytes, nullptr, nullptr), noErr);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(readBack + 1), readBack[0]), "Registered");
+    // A failed open leaves no instance, and its status comes back.
+    static AudioComponentPlugInInterface failing = {[](void*, AudioComponentInstance) -> OSStatus {
+                                                        return kAudioUnitErr_FailedInitialization;
+                                                    },
+                                                    nullptr, nullptr, nullptr};
+    const AudioComponentFactoryFunction failingFactory = [](const AudioComponentDescription*) {
+        return &failing;
+    };
+    const AudioComponentFactoryFunction noRecord =
+        [](const AudioComponentDescription*) -> AudioComponentPlugInInterface* { return nullptr; };
+    const ComponentRoutineUPP failingEntry = [](ComponentParameters*, Handle) -> ComponentResult {
+        return kAudioUnitErr_FailedInitialization;
+    };
+    const std::tuple<void*, bool, OSStatus> failures[] = {
+        {AudioComponentRegister(&description, nullptr, 0, failingFactory), false,
+         kAudioUnitErr_FailedInitialization},
+        {AudioComponentRegister(&description, nullptr, 0, noRecord), false, memFullErr},
+        {RegisterComponent(&cm, failingEntry, 0, nullptr, nullptr, nullptr), true,
+         kAudioUnitErr_FailedInitialization},
+        {RegisterComponent(&cm, failingEntry, 0, nullptr, nullptr, nullptr), false,
+         kAudioUnitErr_FailedInitialization},
+    };
+    for (const auto& [component, componentManager, status] : failures) {
+        ComponentInstance unit = reinterpret_cast<ComponentInstance>(&description);
+        EXPECT_EQ(status,
+                  componentManager
+                      ? OpenAComponent(static_cast<Component>(component), &unit)
+                      : AudioComponentInstanceNew(static_cast<AudioComponent>(component), &unit));
+        EXPECT_EQ(nullptr, unit);
+    }
+    CFStringRef unnamed = nullptr;
+    ASSERT_EQ(noErr, AudioComponentCopyName(static_cast<AudioComponent>(std::get<0>(failures[0])),
+                                            &unnamed));
+    EXPECT_EQ("", ToString(unnamed));
+    CFRelease(unnamed);
+    EXPECT_EQ(nullptr, AudioComponentRegister(nullptr, nullptr, 0, factory));
+    EXPECT_EQ(nullptr, AudioComponentRegister(&description, nullptr, 0, nullptr));
+    EXPECT_EQ(nullptr, RegisterComponent(&cm, nullptr, 0, nullptr, nullptr, nullptr));
+    EXPECT_EQ(nullptr, RegisterComponent(nullptr, entry, 0, nullptr, nullptr, nullptr));
+}
 
-    EXPECT_EQ(AudioComponentRegister(nullptr, nullptr, 0, factory), nullptr);
-    EXPECT_EQ(RegisterComponent(&entryDescription, nullptr, 0, nullptr, nullptr, nullptr), nullptr);
+TEST_F(ComponentRegistryTest, DescriptionsMatchFieldByFieldWithZeroAsWildcard)
+{
+    const OSType gsgl = Code("gsgl");
+    const std::pair<AudioComponentDescription, AudioComponent> cases[] = {
+        {{kAudioUnitType_Effect, gsgl, kVtst, 0, 0}, Find("gsgl")},
+        {{0, gsgl, 0, 0, 0}, Find("gsgl")},
+        {{kAudioUnitType_Effect, 0, kVtst, 0, 0}, Find("gbth")},
+        {{Code("aufc"), gsgl, kVtst, 0, 0}, nullptr},
+        {{kAudioUnitType_Effect, gsgl + 1, kVtst, 0, 0}, nullptr},
+        {{kAudioUnitType_Effect, gsgl, kVtst + 1, 0, 0}, nullptr},
+        {{0, gsgl, 0, 1, 0}, Find("gsgl")}, // flags outside the mask do not count
+        {{0, gsgl, 0, 1, 1}, nullptr},      // registered flags are 0
+        {{0, gsgl, 0, 0, 1}, Find("gsgl")},
+    };
+    EXPECT_NE(nullptr, Find("gsgl"));
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(cases[i].second, AudioComponentFindNext(nullptr, &cases[i].first))
+            << "case " << i;
+    }
+}
+
+TEST_F(ComponentRegistryTest, UnknownHandlesAndNullArgumentsAreRefused)
+{
+    int notAHandle = 0;
+    auto bogus = reinterpret_cast<AudioComponent>(&notAHandle);
+    auto bogusUnit = reinterpret_cast<AudioComponentInstance>(&notAHandle);
+    AudioComponentInstance unit = nullptr;
+    AudioComponentDescription description;
+    CFStringRef name = nullptr;
+    UInt32 version = 0;
+    Float32 value = 0;
+    const OSStatus statuses[] = {
+        AudioComponentInstanceNew(bogus, &unit),
+        AudioComponentInstanceNew(nullptr, &unit),
+        AudioComponentInstanceNew(Find("gbth"), nullptr),
+        AudioComponentGetDescription(bogus, &description),
+        AudioComponentGetDescription(Find("gbth"), nullptr),
+        AudioComponentCopyName(bogus, &name),
+        AudioComponentCopyName(Find("gbth"), nullptr),
+        AudioComponentGetVersion(bogus, &version),
+        AudioComponentGetVersion(Find("gbth"), nullptr),
+        AudioComponentInstanceDispose(nullptr),
+        AudioComponentInstanceDispose(bogusUnit),
+        CloseComponent(nullptr),
+        CloseComponent(bogusUnit),
+        OpenAComponent(nullptr, &unit),
+        OpenAComponent(reinterpret_cast<Component>(Find("gbth")), nullptr),
+        AudioUnitInitialize(nullptr),
+        AudioUnitUninitialize(nullptr),
+        AudioUnitGetPropertyInfo(nullptr, 0, 0, 0, nullptr, nullptr),
+        AudioUnitGetProperty(nullptr, 0, 0, 0, nullptr, nullptr),
+        AudioUnitSetProperty(nullptr, 0, 0, 0, nullptr, 0),
+        AudioUnitAddPropertyListener(nullptr, 0, nullptr, nullptr),
+        AudioUnitRemovePropertyListenerWithUserData(nullptr, 0, nullptr, nullptr),
+        AudioUnitAddRenderNotify(nullptr, nullptr, nullptr),
+        AudioUnitRemoveRenderNotify(nullptr, nullptr, nullptr),
+        AudioUnitGetParameter(nullptr, 0, 0, 0, &value),
+        AudioUnitSetParameter(nullptr, 0, 0, 0, 0, 0),
+        AudioUnitScheduleParameters(nullptr, nullptr, 0),
+        AudioUnitRender(nullptr, nullptr, nullptr, 0, 0, nullptr),
+        AudioUnitReset(nullptr, 0, 0),
+    };
+    for (size_t i = 0; i < std::size(statuses); ++i) {
+        EXPECT_EQ(paramErr, statuses[i]) << "call " << i;
+    }
+    EXPECT_EQ(nullptr, unit);
+    EXPECT_EQ(invalidComponentID, OpenAComponent(reinterpret_cast<Component>(bogus), &unit));
+    EXPECT_EQ(invalidComponentID, GetComponentInfo(reinterpret_cast<Component>(bogus), nullptr,
+                                                   nullptr, nullptr, nullptr));
+    EXPECT_EQ(nullptr, AudioComponentFindNext(bogus, nullptr));
+    EXPECT_EQ(nullptr, FindNextComponent(reinterpret_cast<Component>(bogus), nullptr));
+    EXPECT_EQ(nullptr, GetComponentInstanceStorage(nullptr));
 }
 
 } // namespace

@@ -1,34 +1,23 @@
-/* Uses the object library from C, so the headers are compiled as C11 with
- * -pedantic; returns 0 when every check holds, else the failing check's
- * number. */
+/* The object library used from C, so that its headers compile as C11 under
+   -pedantic; returns 0 when every check holds. */
 #include <CoreFoundation/CoreFoundation.h>
 
 int CFHeadersExerciseFromC(void);
 
 int CFHeadersExerciseFromC(void)
 {
-    int result = 0;
     SInt32 seven = 7;
     double back = 0.0;
     CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &seven);
-    CFStringRef key = CFSTR("seven");
     CFMutableDictionaryRef dict = CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    CFRange range = CFRangeMake(1, 2);
-
-    CFDictionarySetValue(dict, key, number);
-    if (CFGetRetainCount(number) != 2) {
-        result = 1;
-    } else if (!CFNumberGetValue((CFNumberRef)CFDictionaryGetValue(dict, CFSTR("seven")),
-                                 kCFNumberDoubleType, &back) ||
-               back != 7.0) {
-        result = 2;
-    } else if (range.location != 1 || range.length != 2) {
-        result = 3;
-    } else if (CFStringGetLength(key) != 5 || CFSTR("seven") != key) {
-        result = 4;
-    }
+    int failed;
+    CFDictionarySetValue(dict, CFSTR("seven"), number);
+    failed = CFGetRetainCount(number) != 2 ||
+             !CFNumberGetValue((CFNumberRef)CFDictionaryGetValue(dict, CFSTR("seven")),
+                               kCFNumberDoubleType, &back) ||
+             back != 7.0 || CFStringGetLength(CFSTR("seven")) != 5 || CFRangeMake(1, 2).length != 2;
     CFRelease(dict);
     CFRelease(number);
-    return result;
+    return failed;
 }

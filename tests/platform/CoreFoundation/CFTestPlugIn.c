@@ -1,4 +1,4 @@
-/* Stand-in plug-in binary: one exported function the test resolves. */
+/* Stand-in plug-in binary, loaded with dlopen from a bundle. */
 __attribute__((visibility("default"))) int CFTestPlugInAnswer(void);
 
 int CFTestPlugInAnswer(void)

@@ -1,0 +1,267 @@
+// The object library as the plug-in, the host and the runtime use it: exact
+// retain counts, containers, strings, and property lists in both formats
+// with refusals of malformed bytes and unwritable trees.
+#include "CFTestHelpers.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+extern "C" int CFHeadersExerciseFromC(void);
+
+namespace {
+
+std::string BytesOf(CFDataRef data)
+{
+    return std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                       static_cast<size_t>(CFDataGetLength(data)));
+}
+
+} // namespace
+
+TEST(CFObjectsTest, RetainReleaseBalanceAndConstantsAreImmortal)
+{
+    CFStringRef string = NewCFString("owned");
+    EXPECT_EQ(string, CFRetain(string));
+    EXPECT_EQ(2, CFGetRetainCount(string));
+    CFRelease(string);
+    EXPECT_EQ(1, CFGetRetainCount(string));
+    CFRelease(string);
+    EXPECT_EQ(nullptr, CFRetain(nullptr));
+    EXPECT_EQ(0, CFGetRetainCount(nullptr));
+    CFRelease(CFSTR("immortal"));
+    EXPECT_EQ(LONG_MAX, CFGetRetainCount(CFSTR("immortal")));
+    CFRelease(kCFBooleanTrue);
+    EXPECT_EQ(LONG_MAX, CFGetRetainCount(kCFBooleanTrue));
+    EXPECT_EQ(0, CFHeadersExerciseFromC()); // the headers as C11, against the library
+}
+
+// Threads retain and release one object and meanwhile intern a constant
+// string: the count ends exact and the constant is one object.
+TEST(CFObjectsTest, ConcurrentRetainReleaseAndConstantStrings)
+{
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
+    std::vector<CFStringRef> seen(4, nullptr);
+    std::atomic<bool> go{false}; // all start together, so that they contend
+    std::vector<std::thread> threads;
+    for (CFStringRef& slot : seen) {
+        threads.emplace_back([data, &slot, &go] {
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
+            for (int i = 0; i < 1000000; ++i) {
+                CFRetain(data);
+            }
+            slot = CFSTR("shared by threads");
+            for (int i = 0; i < 1000000; ++i) {
+                CFRelease(data);
+            }
+        });
+    }
+    go.store(true);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(1, CFGetRetainCount(data));
+    CFRelease(data);
+    EXPECT_EQ(std::vector<CFStringRef>(4, CFSTR("shared by threads")), seen);
+}
+
+TEST(CFObjectsTest, DictionariesKeepOneEntryPerKeyWithExactCountsAndDataGrows)
+{
+    CFStringRef key = NewCFString("name");
+    CFStringRef twin = NewCFString("name");
+    CFMutableDictionaryRef dict = NewCFTypeDictionary();
+    CFDictionarySetValue(dict, key, CFSTR("first"));
+    CFDictionarySetValue(dict, twin, twin);
+    CFDictionarySetValue(dict, key, twin); // the value held: not dropped on the way
+    EXPECT_EQ(twin, CFDictionaryGetValue(dict, key));
+    EXPECT_EQ(2, CFGetRetainCount(key)); // the first key object stays
+    EXPECT_EQ(2, CFGetRetainCount(twin));
+    // Many keys, none lost or doubled through growth, read back in pairs.
+    for (int i = 0; i < 1000; ++i) {
+        CFStringRef name = NewCFString(std::to_string(i));
+        CFDictionarySetValue(dict, name, name);
+        CFRelease(name);
+    }
+    ASSERT_EQ(1001, CFDictionaryGetCount(dict));
+    std::vector<const void*> keys(1001);
+    std::vector<const void*> values(1001);
+    CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
+    for (size_t i = 0; i < keys.size(); ++i) {
+        EXPECT_TRUE(CFEqual(keys[i], values[i])) << i;
+    }
+    EXPECT_EQ("999", ToString(CFDictionaryGetValue(dict, CFSTR("999"))));
+    CFRelease(dict);
+    EXPECT_EQ(1, CFGetRetainCount(key));
+    EXPECT_EQ(1, CFGetRetainCount(twin));
+    CFRelease(key);
+    CFRelease(twin);
+    // Data grows through appends of its own bytes, the buffer moving.
+    CFMutableDataRef data = CFDataCreateMutable(kCFAllocatorDefault, 2);
+    CFDataAppendBytes(data, reinterpret_cast<const UInt8*>("abc"), 3);
+    for (int i = 0; i < 6; ++i) {
+        CFDataAppendBytes(data, CFDataGetBytePtr(data), 3);
+    }
+    EXPECT_EQ("abcabcabcabcabcabcabc", BytesOf(data));
+    CFRelease(data);
+}
+
+TEST(CFObjectsTest, StringsConvertBetweenUtf8AndUtf16Units)
+{
+    CFStringRef string = NewCFString("caf\xC3\xA9\xF0\x9F\x98\x80"); // é, a surrogate pair
+    EXPECT_EQ(6, CFStringGetLength(string));
+    EXPECT_STREQ("caf\xC3\xA9\xF0\x9F\x98\x80",
+                 CFStringGetCStringPtr(string, kCFStringEncodingUTF8));
+    // Room for the terminator is needed; a failed copy leaves "".
+    char buffer[10] = "xxxxxxxxx";
+    EXPECT_FALSE(CFStringGetCString(string, buffer, 9, kCFStringEncodingUTF8));
+    EXPECT_STREQ("", buffer);
+    EXPECT_TRUE(CFStringGetCString(string, buffer, 10, kCFStringEncodingUTF8));
+    EXPECT_STREQ("caf\xC3\xA9\xF0\x9F\x98\x80", buffer);
+    CFRelease(string);
+    // Counted UTF-8 bytes, without a terminator; malformed ones refused.
+    for (auto [bytes, expected] :
+         {std::pair("h\xC3\xA9!", "h\xC3\xA9"), std::pair("\xC3 x", "<not a string>"),
+          std::pair("\xC0\xAFx", "<not a string>")}) {
+        CFStringRef decoded =
+            CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes), 3,
+                                    kCFStringEncodingUTF8, false);
+        EXPECT_EQ(expected, ToString(decoded)) << bytes;
+        CFRelease(decoded);
+    }
+}
+
+TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
+{
+    CFMutableDictionaryRef state = NewCFTypeDictionary();
+    const SInt32 subtype = 0x666C6E67;
+    const SInt64 negative = -1234567890123LL;
+    const Float32 load = 0.25f;
+    const Float64 whole = 3.0;
+    const UInt8 blob[] = {0, 0, 0, 1, 0xFF, 0x80};
+    const void* items[] = {kCFBooleanTrue, kCFBooleanFalse, CFSTR("")};
+    const std::pair<CFStringRef, CFTypeRef> entries[] = {
+        {CFSTR("subtype"), CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &subtype)},
+        {CFSTR("negative"), CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &negative)},
+        {CFSTR("cpu-load"), CFNumberCreate(kCFAllocatorDefault, kCFNumberFloatType, &load)},
+        {CFSTR("whole"), CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &whole)},
+        {CFSTR("data"), CFDataCreate(kCFAllocatorDefault, blob, sizeof blob)},
+        {CFSTR("name"), NewCFString("Wah <&> \"Caf\xC3\xA9\"")},
+        {CFSTR("flags"), CFArrayCreate(kCFAllocatorDefault, items, 3, &kCFTypeArrayCallBacks)},
+        {CFSTR("element-name"), NewCFTypeDictionary()},
+    };
+    for (const auto& [key, value] : entries) {
+        CFDictionarySetValue(state, key, value);
+        CFRelease(value);
+    }
+    std::string xml;
+    for (CFPropertyListFormat format :
+         {kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0}) {
+        CFErrorRef error = nullptr;
+        CFDataRef data = CFPropertyListCreateData(kCFAllocatorDefault, state, format, 0, &error);
+        ASSERT_NE(nullptr, data);
+        xml = xml.empty() ? BytesOf(data) : xml;
+        CFPropertyListFormat read = 0;
+        CFPropertyListRef back = CFPropertyListCreateWithData(
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, &read, &error);
+        CFRelease(data);
+        ASSERT_NE(nullptr, back);
+        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(format, read);
+        EXPECT_EQ(1, CFGetRetainCount(back));
+        EXPECT_TRUE(CFEqual(state, back));
+        // Written again, the tree read back gives the same XML: no integer
+        // turned real or the reverse.
+        data = CFPropertyListCreateData(kCFAllocatorDefault, back, kCFPropertyListXMLFormat_v1_0, 0,
+                                        nullptr);
+        EXPECT_EQ(xml, BytesOf(data));
+        CFRelease(data);
+        CFRelease(back);
+    }
+    CFPropertyListRef copy = CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, 0);
+    EXPECT_TRUE(CFEqual(state, copy));
+    CFRelease(copy);
+    CFRelease(state);
+    // XML spells integers and reals apart, escapes text, and sorts keys so
+    // that equal trees give equal bytes.
+    EXPECT_NE(std::string::npos, xml.find("<key>subtype</key>\n\t<integer>1718382183</integer>"));
+    EXPECT_NE(std::string::npos, xml.find("<integer>-1234567890123</integer>"));
+    EXPECT_NE(std::string::npos, xml.find("<key>cpu-load</key>\n\t<real>0.25</real>"));
+    EXPECT_NE(std::string::npos, xml.find("<key>whole</key>\n\t<real>3</real>"));
+    EXPECT_NE(std::string::npos, xml.find("&lt;&amp;&gt;"));
+    EXPECT_LT(xml.find("<key>cpu-load</key>"), xml.find("<key>subtype</key>"));
+}
+
+TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
+{
+    auto nesting = [](int levels) {
+        std::string open, close;
+        for (int i = 0; i < levels; ++i) {
+            open += "<array>";
+            close += "</array>";
+        }
+        return "<plist version=\"1.0\">" + open + close + "</plist>";
+    };
+    // 513 nested levels are read; one more, or any of these, is refused.
+    const std::pair<std::string, CFOptionFlags> inputs[] = {
+        {nesting(513), kCFPropertyListMutableContainersAndLeaves},
+        {nesting(1), 3},
+        {nesting(514), 0},
+        {"", 0},
+        {"this is not a property list", 0},
+        {"<plist version=\"1.0\"><dict><key>a</key><integer>1</integer>", 0},
+        {"<plist version=\"1.0\"><date>2020-01-01T00:00:00Z</date></plist>", 0},
+        {"bplist00\xD1\x01\x02 cut short", 0},
+    };
+    for (const auto& [input, options] : inputs) {
+        CFDataRef data =
+            CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(input.data()),
+                         static_cast<CFIndex>(input.size()));
+        CFErrorRef error = nullptr;
+        CFPropertyListFormat format = 99;
+        CFPropertyListRef plist =
+            CFPropertyListCreateWithData(kCFAllocatorDefault, data, options, &format, &error);
+        CFRelease(data);
+        if (&input == &inputs[0].first) {
+            EXPECT_NE(nullptr, plist);
+            CFRelease(plist);
+            continue;
+        }
+        EXPECT_EQ(nullptr, plist) << input.substr(0, 40);
+        ASSERT_NE(nullptr, error) << input.substr(0, 40);
+        EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
+        EXPECT_EQ(99, format);
+        CFRelease(error);
+    }
+
+    // A non-string key, deep in a tree; no tree; no format to write in.
+    CFMutableDictionaryRef booleanKey = NewCFTypeDictionary();
+    CFDictionarySetValue(booleanKey, kCFBooleanTrue, CFSTR("one"));
+    const void* nested[] = {CFSTR("fine"), booleanKey};
+    CFArrayRef invalid = CFArrayCreate(kCFAllocatorDefault, nested, 2, &kCFTypeArrayCallBacks);
+    CFRelease(booleanKey);
+    const std::pair<CFPropertyListRef, CFPropertyListFormat> trees[] = {
+        {invalid, kCFPropertyListXMLFormat_v1_0},
+        {invalid, kCFPropertyListBinaryFormat_v1_0},
+        {nullptr, kCFPropertyListXMLFormat_v1_0},
+        {CFSTR("fine"), kCFPropertyListOpenStepFormat},
+    };
+    for (const auto& [tree, format] : trees) {
+        CFErrorRef error = nullptr;
+        EXPECT_EQ(nullptr, CFPropertyListCreateData(kCFAllocatorDefault, tree, format, 0, &error));
+        ASSERT_NE(nullptr, error);
+        EXPECT_EQ(kCFPropertyListWriteInvalidError, CFErrorGetCode(error));
+        CFRelease(error);
+        EXPECT_FALSE(CFPropertyListIsValid(tree, format));
+    }
+    EXPECT_TRUE(CFPropertyListIsValid(CFSTR("fine"), kCFPropertyListBinaryFormat_v1_0));
+    CFRelease(invalid);
+}
