@@ -103,7 +103,7 @@ protected:
                        Entry("gmis", "<key>factoryFunction</key><string>NoSuch</string>") +
                        Entry("gbad", kFactory, "effect") + Entry("gnon", "") +
                        "<string>not a dictionary</string>");
-        MakeBundle(folder + "/B.component", Entry("gfl2", kFactory));
+        MakeBundle(folder + "/B.component", Entry("gfl2", kFactory) + Entry("g ~~", kFactory));
         MakeBundle(folder + "/Broken.component", Entry("gbrk"), "Missing");
         MakeBundle(folder + "/Empty.component", Entry("gmis", ""));
         std::ofstream(folder + "/Notes.txt") << "not a bundle";
@@ -140,8 +140,8 @@ TEST_F(ComponentRegistryTest, ScansPathFoldersPathBundlesAndTheLinkedHomeFolderI
         CFRelease(name);
     }
     EXPECT_EQ(listed, (std::vector<std::string>{"Test gbth", "Test gfac", "Test gent", "Test gfl2",
-                                                "Test gsgl", "Test glnk"}));
-    EXPECT_EQ(6u, AudioComponentCount(&any));
+                                                "Test g ~~", "Test gsgl", "Test glnk"}));
+    EXPECT_EQ(7u, AudioComponentCount(&any));
 
     // The Component Manager finds only components with an entry function.
     ComponentDescription entries = {0, 0, kVtst, 0, 0};
@@ -149,7 +149,7 @@ TEST_F(ComponentRegistryTest, ScansPathFoldersPathBundlesAndTheLinkedHomeFolderI
     EXPECT_EQ(reinterpret_cast<Component>(Find("gbth")), first);
     EXPECT_EQ(reinterpret_cast<Component>(Find("gent")), FindNextComponent(first, &entries));
 
-    for (const char* subtype : {"gbth", "gfac", "gent", "gsgl", "glnk"}) {
+    for (const char* subtype : {"gbth", "g ~~", "gfac", "gent", "gsgl", "glnk"}) {
         SCOPED_TRACE(subtype);
         ExpectOpensAndCloses(Find(subtype), false);
     }
@@ -180,6 +180,11 @@ TEST_F(ComponentRegistryTest, NamedBundlesRegisterOnceOrReportWhyNot)
         EXPECT_EQ(1u, AudioComponentCount(&description)) << subtype;
     }
     ExpectOpensAndCloses(Find("gnam"), true);
+    // The registry keeps exactly one reference to a registered name.
+    CFStringRef name = nullptr;
+    ASSERT_EQ(noErr, AudioComponentCopyName(Find("gnam"), &name));
+    EXPECT_EQ(2, CFGetRetainCount(name));
+    CFRelease(name);
 }
 
 TEST_F(ComponentRegistryTest, InProcessRegistrationsOpenInTheirStyleOrReportTheirFailure)

@@ -82,7 +82,8 @@ protected:
                  {"English.lproj/Localizable.strings",
                   "/* English names */\n\"Dry Out\" = \"Dry Out\";\n"
                   "\"Only English\" = \"English only\"; // trailing comment\n"
-                  "\"Escapes\" = \"Tab\\tQuote\\\"\\U00E91\\101\\n\";\n\"Same\";\n"},
+                  "\"Escapes\" = \"Tab\\tQuote\\\"\\U00A91\\101\\n\";\n\"Same\";\n"},
+                 {"English.lproj/Broken.strings", "\"Broken\" = \"\\uZZ\";\n"},
                  {"fr.lproj/Localizable.strings", french},
                  {"French.lproj/Units.strings", "\"Hz\" = \"Hz (fr)\";\n"},
                  {"English.lproj/Units.strings", "\"Hz\" = \"Hertz\";\n\"dB\" = \"decibels\";\n"},
@@ -153,9 +154,10 @@ TEST_F(CFBundleTest, LocalizedStringsAndResourcesFollowTheLocaleWithEnglishFallb
             {"de_DE.UTF-8", nullptr, "Dry Out", nullptr, nullptr, "Dry Out"},
             {"C", nullptr, "Hz", nullptr, CFSTR("Units"), "Hertz"},
             {"C", nullptr, "Escapes", nullptr, nullptr,
-             "Tab\tQuote\"\xC3\xA9"
+             "Tab\tQuote\"\xC2\xA9"
              "1A\n"},
             {"C", nullptr, "Same", nullptr, nullptr, "Same"},
+            {"C", nullptr, "Broken", nullptr, CFSTR("Broken"), "Broken"}, // "\u" without digits
         };
     for (const auto& [lang, locale, key, value, table, expected] : cases) {
         setenv("LANG", lang, 1);

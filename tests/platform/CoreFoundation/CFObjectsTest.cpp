@@ -11,6 +11,7 @@
 #include <climits>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -239,6 +240,9 @@ TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
         ASSERT_NE(nullptr, error) << input.substr(0, 40);
         EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
         EXPECT_EQ(99, format);
+        CFStringRef why = CFErrorCopyDescription(error);
+        EXPECT_NE("<not a string>", ToString(why));
+        CFRelease(why);
         CFRelease(error);
     }
 
@@ -264,4 +268,58 @@ TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
     }
     EXPECT_TRUE(CFPropertyListIsValid(CFSTR("fine"), kCFPropertyListBinaryFormat_v1_0));
     CFRelease(invalid);
+}
+
+TEST(CFObjectsTest, EdgesOfTextNumbersUrlsAndMutability)
+{
+    // The smallest two-byte UTF-8 sequence, and numeric comparison with
+    // leading zeros at the end of either string.
+    CFStringRef copyright = NewCFString("\xC2\xA9");
+    EXPECT_EQ(1, CFStringGetLength(copyright));
+    EXPECT_EQ("\xC2\xA9", ToString(copyright));
+    CFRelease(copyright);
+    CFStringRef five = NewCFString("x5");
+    CFStringRef zeroFive = NewCFString("x05");
+    EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(five, zeroFive, kCFCompareNumerically));
+    EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(zeroFive, five, kCFCompareNumerically));
+    EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(nullptr, nullptr, 0));
+    EXPECT_EQ(kCFCompareLessThan, CFStringCompare(nullptr, five, 0));
+    EXPECT_EQ(kCFCompareGreaterThan, CFStringCompare(five, nullptr, 0));
+    CFRelease(five);
+    CFRelease(zeroFive);
+
+    SInt32 value = 7;
+    EXPECT_FALSE(CFNumberGetValue(nullptr, kCFNumberSInt32Type, &value));
+    EXPECT_EQ(7, value);
+    EXPECT_EQ(nullptr, CFURLCreateFromFileSystemRepresentation(
+                           kCFAllocatorDefault, reinterpret_cast<const UInt8*>("/tmp"), 0, true));
+
+    const UInt8 bytes[] = {0, 0, 0, 1, 0xFF};
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, bytes, sizeof bytes);
+    CFStringRef description = CFCopyDescription(data);
+    EXPECT_EQ("<00000001 ff>", ToString(description));
+    CFRelease(description);
+    CFRelease(data);
+
+    // Only the mutable options give containers and leaves that change.
+    const std::string xml = "<plist version=\"1.0\"><dict><key>d</key><data>AQI=</data></dict>"
+                            "</plist>";
+    CFDataRef source = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(xml.data()),
+                                    CFIndex(xml.size()));
+    for (auto [options, containerGrows, leafGrows] :
+         {std::tuple(kCFPropertyListImmutable, false, false),
+          std::tuple(kCFPropertyListMutableContainers, true, false),
+          std::tuple(kCFPropertyListMutableContainersAndLeaves, true, true)}) {
+        auto dict = static_cast<CFMutableDictionaryRef>(const_cast<void*>(
+            CFPropertyListCreateWithData(kCFAllocatorDefault, source, options, nullptr, nullptr)));
+        ASSERT_NE(nullptr, dict);
+        auto leaf = static_cast<CFMutableDataRef>(
+            const_cast<void*>(CFDictionaryGetValue(dict, CFSTR("d"))));
+        CFDataAppendBytes(leaf, bytes, 1);
+        CFDictionarySetValue(dict, CFSTR("e"), kCFBooleanTrue);
+        EXPECT_EQ(containerGrows ? 2 : 1, CFDictionaryGetCount(dict)) << options;
+        EXPECT_EQ(leafGrows ? 3 : 2, CFDataGetLength(leaf)) << options;
+        CFRelease(dict);
+    }
+    CFRelease(source);
 }
