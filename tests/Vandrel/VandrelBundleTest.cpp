@@ -1,5 +1,5 @@
 // The bundle as a host finds it on disk: a binary that exports exactly the entry point and the
-// factory and raises the soft open-file limit when loaded. Then a copy of it, with a stand-in
+// factory. Then a copy of it, with a stand-in
 // "VandrelCocoaViewFactory.bundle" among its resources, loaded by the runtime in a process
 // whose locale is French: the unit takes its names from the French strings table, looking
 // each up once per process, and reports the view bundle.
@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -67,26 +66,6 @@ TEST(VandrelBundle, BinaryExportsExactlyEntryAndFactory)
     }
     ASSERT_EQ(0, pclose(pipe));
     EXPECT_EQ((std::set<std::string>{"VandrelEntry", "VandrelFactory"}), exported);
-}
-
-TEST(VandrelBundle, LoadingRaisesTheSoftOpenFileLimitOnly)
-{
-    rlimit before{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-    rlimit lowered = before;
-    lowered.rlim_cur = std::min<rlim_t>(before.rlim_max, 256);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lowered));
-    void* handle = dlopen(kBinary.c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(nullptr, handle) << dlerror();
-    rlimit after{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &after));
-    EXPECT_EQ(before.rlim_max, after.rlim_max);
-    if (before.rlim_max == RLIM_INFINITY || before.rlim_max >= 7168) {
-        EXPECT_EQ(7168u, after.rlim_cur);
-    } else {
-        EXPECT_EQ(lowered.rlim_cur, after.rlim_cur); // refused above the hard limit
-    }
-    dlclose(handle);
 }
 
 // Where this process keeps its copy; removed after the last test.

@@ -53,13 +53,7 @@ inline void mapParameters(const float values[7], Props& props, Props& previous)
 {
     props.dryOut = static_cast<int64_t>(static_cast<double>(values[0]) * 10.0);
     props.wetOut = static_cast<int64_t>(static_cast<double>(values[1]) * 10.0);
-    if (values[2] < 1.0f) {
-        props.effect = 0;
-    } else if (values[2] < 2.0f) {
-        props.effect = 1;
-    } else {
-        props.effect = 2;
-    }
+    props.effect = values[2] < 1.0f ? 0 : (values[2] < 2.0f ? 1 : 2);
     props.modRate = static_cast<int64_t>(static_cast<double>(values[3]) * 1000.0);
     props.modDepth = static_cast<int64_t>(values[4]);
     props.centerFreq = static_cast<int64_t>(values[5]);
@@ -78,10 +72,9 @@ inline void mapParameters(const float values[7], Props& props, Props& previous)
 
 inline double ratioFromTenthsOfDb(int64_t tenthsOfDb, int64_t floorDb)
 {
-    if (static_cast<double>(floorDb) * 10.0 >= static_cast<double>(tenthsOfDb)) {
-        return 0.0;
-    }
-    return std::pow(10.0, static_cast<double>(tenthsOfDb) / 200.0);
+    return static_cast<double>(floorDb) * 10.0 >= static_cast<double>(tenthsOfDb)
+               ? 0.0
+               : std::pow(10.0, static_cast<double>(tenthsOfDb) / 200.0);
 }
 
 inline double flush(double v)
@@ -287,16 +280,11 @@ private:
     {
         int64_t halfPeriod = static_cast<int64_t>((1000.0 * static_cast<double>(rate)) /
                                                   static_cast<double>(2 * modRate));
-        if (halfPeriod < 1) {
-            halfPeriod = 1;
-        }
+        halfPeriod = halfPeriod < 1 ? 1 : halfPeriod;
         const int64_t n = halfPeriod > kWahTableSize ? kWahTableSize : halfPeriod;
         wahTableLen = n;
-        if (wahStep < 0.0) {
-            wahStep = -static_cast<double>(n) / static_cast<double>(halfPeriod);
-        } else {
-            wahStep = static_cast<double>(n) / static_cast<double>(halfPeriod);
-        }
+        wahStep = wahStep < 0.0 ? -static_cast<double>(n) / static_cast<double>(halfPeriod)
+                                : static_cast<double>(n) / static_cast<double>(halfPeriod);
 
         const int64_t r = props.resonance;
         const double q = 1.0 + 0.008 * static_cast<double>((r - 50) * (r - 50));
@@ -326,36 +314,22 @@ private:
     {
         const double s = mOsc.findNthSine(static_cast<int32_t>(lfoIndex));
         double pos = s * sweepDepth + readCenter;
-        if (pos >= 6500.0) {
-            pos = pos - 6500.0;
-        } else if (pos < 0.0) {
-            pos = pos + 6500.0;
-        }
+        pos = pos >= 6500.0 ? pos - 6500.0 : (pos < 0.0 ? pos + 6500.0 : pos);
         const int32_t i = static_cast<int32_t>(pos);
         const double frac = pos - static_cast<double>(i);
 
         const int32_t count = static_cast<int32_t>(channelCount);
         const int32_t length = kDelayFrames * count;
         int32_t idx0 = i * count;
-        if (idx0 > length - 1) {
-            idx0 = length - 1;
-        }
-        if (idx0 < 0) {
-            idx0 = 0;
-        }
+        idx0 = idx0 > length - 1 ? length - 1 : idx0;
+        idx0 = idx0 < 0 ? 0 : idx0;
         int32_t idx1 = idx0 + count;
-        if (idx1 >= length) {
-            idx1 = idx1 - length;
-        }
+        idx1 = idx1 >= length ? idx1 - length : idx1;
 
         readCenter = readCenter - 1.0;
-        if (readCenter < 0.0) {
-            readCenter = 6499.0;
-        }
+        readCenter = readCenter < 0.0 ? 6499.0 : readCenter;
         lfoIndex = lfoIndex + 1;
-        if (static_cast<double>(lfoIndex) >= lfoPeriod) {
-            lfoIndex = 0;
-        }
+        lfoIndex = static_cast<double>(lfoIndex) >= lfoPeriod ? 0 : lfoIndex;
 
         for (int32_t c = 0; c < count; ++c) {
             const double d0 = delay[static_cast<size_t>(idx0)];
@@ -364,21 +338,10 @@ private:
             flangeMem[c] = flush(d);
             const double x = static_cast<double>(buffers[c][frame]);
             delay[static_cast<size_t>(writePos * count + c)] = flush(feedback * d + x);
-            double out;
-            if (count == 1) {
-                out = x * dry + d * wet;
-            } else {
-                out = x * dry + (d * wet) * chanGain[c];
-            }
+            const double out = count == 1 ? x * dry + d * wet : x * dry + (d * wet) * chanGain[c];
             buffers[c][frame] = static_cast<float>(out);
-            idx0 = idx0 + 1;
-            if (idx0 == length) {
-                idx0 = 0;
-            }
-            idx1 = idx1 + 1;
-            if (idx1 == length) {
-                idx1 = 0;
-            }
+            idx0 = idx0 + 1 == length ? 0 : idx0 + 1;
+            idx1 = idx1 + 1 == length ? 0 : idx1 + 1;
         }
         writePos = writePos > 0 ? writePos - 1 : 6499;
     }
@@ -389,16 +352,9 @@ private:
         const double p = wahPos;
         const int64_t n = wahTableLen;
         int64_t i0 = static_cast<int64_t>(p);
-        if (i0 > n - 1) {
-            i0 = n - 1;
-        }
-        if (i0 < 0) {
-            i0 = 0;
-        }
-        int64_t i1 = i0 + 1;
-        if (i1 > n - 1) {
-            i1 = n - 1;
-        }
+        i0 = i0 > n - 1 ? n - 1 : i0;
+        i0 = i0 < 0 ? 0 : i0;
+        const int64_t i1 = i0 + 1 > n - 1 ? n - 1 : i0 + 1;
         double a1;
         double a2;
         const size_t j0 = static_cast<size_t>(i0);

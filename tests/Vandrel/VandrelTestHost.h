@@ -204,9 +204,6 @@ public:
             AudioComponentInstanceDispose(mUnit);
         }
     }
-    Instance(const Instance&) = delete;
-    Instance& operator=(const Instance&) = delete;
-
     OSStatus openStatus() const { return mOpenStatus; }
     AudioUnit unit() const { return mUnit; }
 
@@ -224,16 +221,14 @@ public:
     // buffers the instance renders into.
     OSStatus SetFormat(UInt32 inChannels, Float64 inRate)
     {
-        AudioStreamBasicDescription format{inRate,
-                                           kAudioFormatLinearPCM,
-                                           kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked |
-                                               kAudioFormatFlagIsNonInterleaved,
-                                           4,
-                                           1,
-                                           4,
-                                           inChannels,
-                                           32,
-                                           0};
+        AudioStreamBasicDescription format{};
+        format.mSampleRate = inRate;
+        format.mFormatID = kAudioFormatLinearPCM;
+        format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved;
+        format.mBytesPerPacket = format.mBytesPerFrame = 4;
+        format.mFramesPerPacket = 1;
+        format.mChannelsPerFrame = inChannels;
+        format.mBitsPerChannel = 32;
         mChannels = inChannels;
         mSamples.assign(inChannels * kMaxFrames, 0.0f);
         OSStatus status = noErr;
@@ -303,7 +298,6 @@ public:
     std::int64_t sampleTime() const { return mSampleTime; }
 
     bool silentInput = false; // the callback delivers zeros flagged as silence
-    UInt32 inputCalls = 0;
 
 private:
     static OSStatus FeedTestSignal(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
@@ -311,7 +305,6 @@ private:
                                    AudioBufferList* ioData)
     {
         auto* self = static_cast<Instance*>(inRefCon);
-        ++self->inputCalls;
         const auto start = static_cast<std::int64_t>(inTimeStamp->mSampleTime);
         for (UInt32 c = 0; c < ioData->mNumberBuffers; ++c) {
             auto* samples = static_cast<float*>(ioData->mBuffers[c].mData);
