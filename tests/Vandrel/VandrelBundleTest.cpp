@@ -1,40 +1,59 @@
-// The built bundle as a host finds it on disk: its layout, its Info.plist
-// component entry, its two localized strings tables, and a binary that
-// exports exactly the entry point and the factory.
-#include "CFTestHelpers.h"
-
-#include <CoreFoundation/CoreFoundation.h>
+// The bundle as a host finds it on disk: a binary that exports exactly the entry point and the
+// factory. Then a copy of it, with a stand-in
+// "VandrelCocoaViewFactory.bundle" among its resources, loaded by the runtime in a process
+// whose locale is French: the unit takes its names from the French strings table, looking
+// each up once per process, and reports the view bundle.
+#include "VandrelTestHost.h"
 
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
 
 namespace {
 
-const std::filesystem::path kBundle = VANDREL_BUNDLE_DIR;
+namespace fs = std::filesystem;
+using vandrel_test::Instance;
 
-std::string ReadFile(const std::filesystem::path& inPath)
+const fs::path kBinary = fs::path(VANDREL_BUNDLE_DIR) / "Contents" / "Linux" / "Vandrel";
+std::atomic<int> gLookups{0};
+
+// Runs before any test, and so before the first unit exists.
+const bool gFrenchLocale = [] {
+    setenv("LANGUAGE", "fr", 1);
+    setenv("LC_ALL", "fr_FR.UTF-8", 1);
+    setenv("LANG", "fr_FR.UTF-8", 1);
+    return true;
+}();
+
+} // namespace
+
+// Counts the look-ups in the bundle's strings tables: this program exports this definition,
+// which the loaded bundle binds to; it forwards to the object library's.
+extern "C" CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key,
+                                                   CFStringRef value, CFStringRef tableName)
 {
-    std::ifstream file(inPath, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ++gLookups;
+    using Lookup = CFStringRef (*)(CFBundleRef, CFStringRef, CFStringRef, CFStringRef);
+    static const auto real =
+        reinterpret_cast<Lookup>(dlsym(RTLD_NEXT, "CFBundleCopyLocalizedString"));
+    return real(bundle, key, value, tableName);
 }
+
+namespace {
 
 TEST(VandrelBundle, BinaryExportsExactlyEntryAndFactory)
 {
-    const std::filesystem::path binary = kBundle / "Contents" / "Linux" / "Vandrel";
-    ASSERT_TRUE(std::filesystem::exists(binary));
-    const std::string command = "nm -D --defined-only '" + binary.string() + "'";
-    FILE* pipe = popen(command.c_str(), "r");
+    FILE* pipe = popen(("nm -D --defined-only '" + kBinary.string() + "'").c_str(), "r");
     ASSERT_NE(nullptr, pipe);
     std::set<std::string> exported;
     char line[512];
@@ -49,81 +68,104 @@ TEST(VandrelBundle, BinaryExportsExactlyEntryAndFactory)
     EXPECT_EQ((std::set<std::string>{"VandrelEntry", "VandrelFactory"}), exported);
 }
 
-TEST(VandrelBundle, LoadingRaisesTheSoftOpenFileLimitOnly)
+// Where this process keeps its copy; removed after the last test.
+fs::path CopyRoot()
 {
-    rlimit before{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-    rlimit lowered = before;
-    lowered.rlim_cur = std::min<rlim_t>(before.rlim_max, 256);
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lowered));
+    return fs::path(::testing::TempDir()) / ("vandrel-view-copy-" + std::to_string(getpid()));
+}
 
-    const std::filesystem::path binary = kBundle / "Contents" / "Linux" / "Vandrel";
-    void* handle = dlopen(binary.c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(nullptr, handle) << dlerror();
-    EXPECT_NE(nullptr, dlsym(handle, "VandrelFactory"));
-    EXPECT_NE(nullptr, dlsym(handle, "VandrelEntry"));
+class CopyCleanup : public ::testing::Environment
+{
+public:
+    void TearDown() override { fs::remove_all(CopyRoot()); }
+};
+::testing::Environment* const gCopyCleanup = ::testing::AddGlobalTestEnvironment(new CopyCleanup);
 
-    rlimit after{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &after));
-    EXPECT_EQ(before.rlim_max, after.rlim_max);
-    if (before.rlim_max == RLIM_INFINITY || before.rlim_max >= 7168) {
-        EXPECT_EQ(7168u, after.rlim_cur);
-    } else {
-        EXPECT_EQ(lowered.rlim_cur, after.rlim_cur); // refused above the hard limit
+// The copy with its view bundle, made and registered (alone) once per process.
+fs::path CopyWithViewBundle()
+{
+    static const fs::path copy = [] {
+        const fs::path bundle = CopyRoot() / "Vandrel.component";
+        fs::remove_all(CopyRoot());
+        fs::create_directories(CopyRoot());
+        fs::copy(VANDREL_BUNDLE_DIR, bundle, fs::copy_options::recursive);
+        const fs::path view =
+            bundle / "Contents" / "Resources" / "VandrelCocoaViewFactory.bundle" / "Contents";
+        fs::create_directories(view);
+        std::ofstream(view / "Info.plist")
+            << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+               "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+               "<string>org.vandrel.audiounit.VandrelCocoaViewFactory</string></dict></plist>\n";
+        vandrel_test::RegisterBundle(bundle);
+        return fs::canonical(bundle);
+    }();
+    return copy;
+}
+
+class VandrelCopy : public ::testing::TestWithParam<bool>
+{
+};
+
+TEST_P(VandrelCopy, NamesComeFromTheFrenchTableLookedUpOncePerProcess)
+{
+    ASSERT_TRUE(gFrenchLocale);
+    CopyWithViewBundle();
+    {
+        Instance first(!GetParam());
     }
-    dlclose(handle);
-}
+    Instance unit(GetParam());
+    // Fifteen preset names and seven parameter names, whatever else this process opened.
+    EXPECT_EQ(22, gLookups.load());
 
-TEST(VandrelBundle, InfoPlistDescribesTheEffectComponent)
-{
-    const std::string text = ReadFile(kBundle / "Contents" / "Info.plist");
-    ASSERT_FALSE(text.empty());
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                  static_cast<CFIndex>(text.size()));
-    auto info = static_cast<CFDictionaryRef>(CFPropertyListCreateWithData(
-        kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr));
-    CFRelease(data);
-    ASSERT_NE(nullptr, info);
-    EXPECT_EQ("org.vandrel.audiounit.Vandrel",
-              ToString(CFDictionaryGetValue(info, CFSTR("CFBundleIdentifier"))));
-    EXPECT_EQ("Vandrel", ToString(CFDictionaryGetValue(info, CFSTR("CFBundleExecutable"))));
-    auto components = static_cast<CFArrayRef>(CFDictionaryGetValue(info, CFSTR("AudioComponents")));
-    ASSERT_NE(nullptr, components);
-    ASSERT_EQ(1, CFArrayGetCount(components));
-    auto component = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(components, 0));
-    EXPECT_EQ("aufx", ToString(CFDictionaryGetValue(component, CFSTR("type"))));
-    EXPECT_EQ("Vndr", ToString(CFDictionaryGetValue(component, CFSTR("subtype"))));
-    EXPECT_EQ("Vdrl", ToString(CFDictionaryGetValue(component, CFSTR("manufacturer"))));
-    EXPECT_EQ("Vandrel: Vandrel", ToString(CFDictionaryGetValue(component, CFSTR("name"))));
-    EXPECT_EQ("VandrelFactory",
-              ToString(CFDictionaryGetValue(component, CFSTR("factoryFunction"))));
-    EXPECT_EQ("VandrelEntry", ToString(CFDictionaryGetValue(component, CFSTR("entryFunction"))));
-    SInt32 version = 0;
-    ASSERT_TRUE(CFNumberGetValue(
-        static_cast<CFNumberRef>(CFDictionaryGetValue(component, CFSTR("version"))),
-        kCFNumberSInt32Type, &version));
-    EXPECT_EQ(0x00010000, version);
-    CFRelease(info);
-}
-
-TEST(VandrelBundle, StringsTablesKeyedByEveryEnglishName)
-{
-    const char* keys[] = {
-        "Dry out",          "Wet out",         "Effect",    "Modulation rate", "Modulation depth",
-        "Center frequency", "Resonance",       "Default",   "Flange - 1 Hz",   "Flange - fast",
-        "Flange - slow 1",  "Flange - slow 2", "Phaser 1",  "Phaser 2",        "Phaser 3",
-        "Wah-Wah 1",        "Wah-Wah 2",       "Wah-Wah 3", "Wah-Wah 4",       "Wah-Wah 5",
-        "Warble 1",         "Warble 2"};
-    for (const char* language : {"English", "French"}) {
-        const std::string table =
-            ReadFile(kBundle / "Contents" / "Resources" / (std::string(language) + ".lproj") /
-                     "Localizable.strings");
-        ASSERT_FALSE(table.empty()) << language;
-        for (const char* key : keys) {
-            EXPECT_NE(std::string::npos, table.find("\"" + std::string(key) + "\" = \""))
-                << language << ": " << key;
-        }
+    const std::string expected[7] = {
+        "Sortie directe",
+        "Sortie traitée",
+        "Effet",
+        "Vitesse de modulation",
+        "Profondeur de modulation de l’oscillateur sinusoïdal à très basse fréquence",
+        "Fréquence centrale",
+        "Résonance"};
+    for (AudioUnitParameterID id = 0; id < 7; ++id) {
+        AudioUnitParameterInfo info{};
+        ASSERT_EQ(noErr, unit.Get(kAudioUnitProperty_ParameterInfo, info, id));
+        // The whole name travels as the string; the fixed field holds as much of it as fits.
+        // The depth's name is longer than the field and a two-byte character straddles the
+        // field's end: the cut falls just before it.
+        EXPECT_EQ(expected[id], ToString(info.cfNameString)) << "parameter " << id;
+        EXPECT_EQ(id == 4 ? expected[id].substr(0, 50) : expected[id], info.name);
     }
+    CFArrayRef presets = nullptr;
+    ASSERT_EQ(noErr, unit.Get(kAudioUnitProperty_FactoryPresets, presets));
+    const auto* phaser2 = static_cast<const AUPreset*>(CFArrayGetValueAtIndex(presets, 6));
+    EXPECT_EQ("Phaseur 2", ToString(phaser2->presetName));
+    CFRelease(presets);
+    // The current preset takes the localized name.
+    ASSERT_EQ(noErr, unit.Set(kAudioUnitProperty_PresentPreset, AUPreset{0, nullptr}));
+    AUPreset current{};
+    ASSERT_EQ(noErr, unit.Get(kAudioUnitProperty_PresentPreset, current));
+    EXPECT_EQ("Par défaut", ToString(current.presetName));
+    CFRelease(current.presetName);
 }
+
+TEST_P(VandrelCopy, ReportsTheViewBundleAndItsFactoryClass)
+{
+    CopyWithViewBundle();
+    Instance unit(GetParam());
+    AudioUnitCocoaViewInfo info{};
+    ASSERT_EQ(noErr, unit.Get(kAudioUnitProperty_CocoaUI, info));
+    ASSERT_NE(nullptr, info.mCocoaAUViewBundleLocation);
+    char path[4096] = {};
+    EXPECT_TRUE(CFURLGetFileSystemRepresentation(info.mCocoaAUViewBundleLocation, true,
+                                                 reinterpret_cast<UInt8*>(path), sizeof(path)));
+    EXPECT_EQ(CopyWithViewBundle() / "Contents" / "Resources" / "VandrelCocoaViewFactory.bundle",
+              fs::canonical(path));
+    EXPECT_EQ("VandrelCocoaViewFactory", ToString(info.mCocoaAUViewClass[0]));
+    // Both are the caller's to release; the unit keeps no reference.
+    EXPECT_EQ(1, CFGetRetainCount(info.mCocoaAUViewBundleLocation));
+    CFRelease(info.mCocoaAUViewBundleLocation);
+    CFRelease(info.mCocoaAUViewClass[0]);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelCopy, ::testing::Bool());
 
 } // namespace

@@ -5,6 +5,8 @@
 // must perform it, with the same constants, truncations, 32-bit wraparounds and flush
 // threshold, so the real engine's float output can be compared with this one for exact
 // equality. Speed is no concern here: vectors instead of raw blocks, no allocation rules.
+// Rates of 0 and below run as 1 mHz; property values far beyond the parameter ranges (where
+// the engine saturates its conversions) are outside this model.
 #pragma once
 
 #include <cmath>
@@ -22,6 +24,7 @@ constexpr double kPi = 3.141592653589793;
 constexpr double kTwoPi = 6.283185307179586;
 constexpr double kLfoTwoPi = 6.28318530718;
 constexpr int32_t kUnknownEffectStatus = static_cast<int32_t>(0x80000008u);
+constexpr int32_t kNotBegunStatus = -1;
 constexpr double kPan[16] = {0.9, 0.95, 0.7, 0.9, 0.8, 1.0, 1.0, 0.7,
                              0.7, 1.0,  0.8, 1.0, 1.0, 0.8, 0.9, 0.7};
 
@@ -50,13 +53,7 @@ inline void mapParameters(const float values[7], Props& props, Props& previous)
 {
     props.dryOut = static_cast<int64_t>(static_cast<double>(values[0]) * 10.0);
     props.wetOut = static_cast<int64_t>(static_cast<double>(values[1]) * 10.0);
-    if (values[2] < 1.0f) {
-        props.effect = 0;
-    } else if (values[2] < 2.0f) {
-        props.effect = 1;
-    } else {
-        props.effect = 2;
-    }
+    props.effect = values[2] < 1.0f ? 0 : (values[2] < 2.0f ? 1 : 2);
     props.modRate = static_cast<int64_t>(static_cast<double>(values[3]) * 1000.0);
     props.modDepth = static_cast<int64_t>(values[4]);
     props.centerFreq = static_cast<int64_t>(values[5]);
@@ -75,10 +72,9 @@ inline void mapParameters(const float values[7], Props& props, Props& previous)
 
 inline double ratioFromTenthsOfDb(int64_t tenthsOfDb, int64_t floorDb)
 {
-    if (static_cast<double>(floorDb) * 10.0 >= static_cast<double>(tenthsOfDb)) {
-        return 0.0;
-    }
-    return std::pow(10.0, static_cast<double>(tenthsOfDb) / 200.0);
+    return static_cast<double>(floorDb) * 10.0 >= static_cast<double>(tenthsOfDb)
+               ? 0.0
+               : std::pow(10.0, static_cast<double>(tenthsOfDb) / 200.0);
 }
 
 inline double flush(double v)
@@ -105,22 +101,18 @@ public:
 
     double findNthSine(int32_t n)
     {
-        double y;
         if (mSteps <= mMaxSteps && mNext == n) {
-            y = mCoef * mPrev1 - mPrev2;
             mSteps += 1;
         } else {
             seed(mOmega, mPhase, n);
-            y = mCoef * mPrev1 - mPrev2;
             mSteps = 1;
         }
+        const double y = mCoef * mPrev1 - mPrev2;
         mPrev2 = mPrev1;
         mPrev1 = y;
         mNext = wrapAdd(n, 1);
         return y;
     }
-
-    int32_t steps() const { return mSteps; }
 
 private:
     void seed(double omega, double phase, int32_t k)
@@ -144,71 +136,71 @@ private:
     int32_t mMaxSteps = 0;
 };
 
+// The engine's state lives in public fields named after the engine's, so a test can compare
+// the two field by field; only the operations write them.
 class Engine
 {
 public:
-    int32_t begin(int channels, int sampleRate, Props& props)
+    int32_t begin(int channelCount, int sampleRate, Props& props)
     {
-        mChannels = channels;
-        mSampleRate = sampleRate;
+        channels = channelCount;
+        rate = sampleRate;
         props.changed |= 2u | 4u;
         return cook(props, State::Start);
     }
 
     int32_t cook(Props& props, State state)
     {
-        mEffect = props.effect;
-        mWet = ratioFromTenthsOfDb(props.wetOut, -80);
-        mDry = ratioFromTenthsOfDb(props.dryOut, -80);
+        effect = props.effect;
+        wet = ratioFromTenthsOfDb(props.wetOut, -80);
+        dry = ratioFromTenthsOfDb(props.dryOut, -80);
+        int32_t status = 0;
         if (state == State::Start) {
             initializeEffects();
+        } else if (!begun) {
+            status = kNotBegunStatus;
         }
         props.changed = 0;
-        int32_t status = 0;
-        if (mEffect == 1 || mEffect == 2) {
-            setupWahwah(props);
-        } else if (mEffect == 0) {
-            setupFlange(props);
-        } else {
+        const int64_t modRate = props.modRate > 0 ? props.modRate : 1;
+        if (status == 0 && (effect == 1 || effect == 2)) {
+            setupWahwah(props, modRate);
+        } else if (status == 0 && effect == 0) {
+            setupFlange(props, modRate);
+        } else if (status == 0) {
             status = kUnknownEffectStatus;
         }
-        mValid = status >= 0;
+        valid = status >= 0;
         return status;
     }
 
     // Releases the stream's blocks; every other field keeps its value.
     void end()
     {
-        mWahA1.clear();
-        mWahA2.clear();
-        mDelay.clear();
+        begun = false;
+        wahA1.clear();
+        wahA2.clear();
+        delay.clear();
     }
 
-    int32_t transform(float** channels, unsigned int channelCount, unsigned int& frameCount,
+    int32_t transform(float** buffers, unsigned int channelCount, unsigned int& frameCount,
                       bool skip)
     {
-        if (skip) {
-            frameCount = 0;
-            return 1;
-        }
-        if (mEffect == 1 || mEffect == 2) {
-            if (channelCount == 0) {
-                return 0;
-            }
-            const double savedPos = mWahPos;
-            const double savedStep = mWahStep;
+        const bool runnable = !skip && valid && begun && channelCount <= kMaxChannels;
+        if (runnable && (effect == 1 || effect == 2)) {
+            const double savedPos = wahPos;
+            const double savedStep = wahStep;
             for (unsigned int c = 0; c < channelCount; ++c) {
-                mWahPos = savedPos;
-                mWahStep = savedStep;
+                wahPos = savedPos;
+                wahStep = savedStep;
                 for (unsigned int f = 0; f < frameCount; ++f) {
-                    channels[c][f] = processWahWahSample(&channels[c][f], c);
+                    buffers[c][f] = processWahWahSample(buffers[c][f], c);
                 }
             }
             return 0;
         }
-        if (mEffect == 0) {
+        if (runnable && effect == 0 && channelCount <= static_cast<unsigned int>(channels)) {
             for (unsigned int f = 0; f < frameCount; ++f) {
-                processFlangeCell(channels, channelCount, f);
+                processFlangeCell(buffers, channelCount, f);
             }
             return 0;
         }
@@ -216,73 +208,83 @@ public:
         return 1;
     }
 
-    bool valid() const { return mValid; }
-    double wet() const { return mWet; }
-    double dry() const { return mDry; }
-    int64_t wahTableLength() const { return mWahTableLen; }
-    double wahPos() const { return mWahPos; }
-    double wahStep() const { return mWahStep; }
-    int64_t lfoIndex() const { return mLfoIndex; }
-    int64_t writePos() const { return mWritePos; }
-    double readCenter() const { return mReadCenter; }
-    double sweepDepth() const { return mSweepDepth; }
-    double lfoPeriod() const { return mLfoPeriod; }
-    double lfoOmega() const { return mLfoOmega; }
-    double samplesPerMs() const { return mSamplesPerMs; }
-    double chanGain(int c) const { return mChanGain[c]; }
-    double wahA1(int j) const { return mWahA1[static_cast<size_t>(j)]; }
-    double wahA2(int j) const { return mWahA2[static_cast<size_t>(j)]; }
+    bool valid = false;
+    bool begun = false; // the stream's blocks exist
+    int channels = 1;
+    int rate = 22050;
+    int64_t effect = 0;
+    double wet = 0.0;
+    double dry = 0.0;
+    int64_t writePos = 0;
+    double flangeMem[kMaxChannels] = {};
+    int64_t lfoIndex = 0;
+    double readCenter = 0.0;
+    double lfoPeriod = 0.0;
+    double lfoOmega = 0.0;
+    double sweepDepth = 0.0;
+    std::vector<double> delay;
+    double delayGain = 0.0;
+    double memGain = 0.0;
+    double feedback = 0.0;
+    double chanGain[kMaxChannels] = {};
+    double samplesPerMs = 0.0;
+    int64_t wahTableLen = 0;
+    double wahPos = 0.0;
+    double wahStep = 0.0;
+    std::vector<double> wahA1;
+    std::vector<double> wahA2;
+    double wahY1[kMaxChannels] = {};
+    double wahY2[kMaxChannels] = {};
 
 private:
     void initializeEffects()
     {
-        mFeedback = 0.5;
-        mMemGain = 0.0;
-        mDelayGain = 1.0;
-        mDelay.assign(static_cast<size_t>(kDelayFrames) * static_cast<size_t>(mChannels), 0.0);
-        mWritePos = 0;
-        for (double& m : mFlangeMem) {
+        begun = true;
+        feedback = 0.5;
+        memGain = 0.0;
+        delayGain = 1.0;
+        delay.assign(static_cast<size_t>(kDelayFrames) * static_cast<size_t>(channels), 0.0);
+        writePos = 0;
+        for (double& m : flangeMem) {
             m = 0.0;
         }
-        mLfoIndex = 0;
-        mSamplesPerMs =
-            static_cast<double>(static_cast<int32_t>(static_cast<double>(mSampleRate) / 1000.0));
-        mReadCenter = mSamplesPerMs;
+        lfoIndex = 0;
+        samplesPerMs =
+            static_cast<double>(static_cast<int32_t>(static_cast<double>(rate) / 1000.0));
+        readCenter = samplesPerMs;
         mOsc = Oscillator(0.0, 0.0, 0, kOscillatorMaxSteps);
-        mWahA1.assign(kWahTableSize, 0.0);
-        mWahA2.assign(kWahTableSize, 0.0);
-        mWahPos = 0.0;
-        mWahY1[0] = 0.0;
-        mWahY1[1] = 0.0;
-        mWahY2[0] = 0.0;
-        mWahY2[1] = 0.0;
+        wahA1.assign(kWahTableSize, 0.0);
+        wahA2.assign(kWahTableSize, 0.0);
+        wahPos = 0.0;
+        wahY1[0] = 0.0;
+        wahY1[1] = 0.0;
+        wahY2[0] = 0.0;
+        wahY2[1] = 0.0;
     }
 
-    void setupFlange(const Props& props)
+    void setupFlange(const Props& props, int64_t modRate)
     {
         for (int i = 0; i < kMaxChannels; ++i) {
-            mChanGain[i] = kPan[i % 16] * mWet;
+            chanGain[i] = kPan[i % 16] * wet;
         }
-        mSweepDepth = static_cast<double>(
-            static_cast<int32_t>(static_cast<double>(props.modDepth) / 100.0 * mSamplesPerMs));
-        mLfoPeriod = static_cast<double>(static_cast<int64_t>(
-            static_cast<double>(mSampleRate) * (1000.0 / static_cast<double>(props.modRate))));
-        mLfoOmega = kLfoTwoPi / mLfoPeriod;
-        mWet = mWet * 0.9;
-        mOsc.init(mLfoOmega, 0.0, static_cast<int32_t>(mLfoIndex));
+        sweepDepth = static_cast<double>(
+            static_cast<int32_t>(static_cast<double>(props.modDepth) / 100.0 * samplesPerMs));
+        lfoPeriod = static_cast<double>(static_cast<int64_t>(
+            static_cast<double>(rate) * (1000.0 / static_cast<double>(modRate))));
+        lfoOmega = kLfoTwoPi / lfoPeriod;
+        wet = wet * 0.9;
+        mOsc.init(lfoOmega, 0.0, static_cast<int32_t>(lfoIndex));
     }
 
-    void setupWahwah(const Props& props)
+    void setupWahwah(const Props& props, int64_t modRate)
     {
-        const int64_t halfPeriod = static_cast<int64_t>(
-            (1000.0 * static_cast<double>(mSampleRate)) / static_cast<double>(2 * props.modRate));
+        int64_t halfPeriod = static_cast<int64_t>((1000.0 * static_cast<double>(rate)) /
+                                                  static_cast<double>(2 * modRate));
+        halfPeriod = halfPeriod < 1 ? 1 : halfPeriod;
         const int64_t n = halfPeriod > kWahTableSize ? kWahTableSize : halfPeriod;
-        mWahTableLen = n;
-        if (mWahStep < 0.0) {
-            mWahStep = -static_cast<double>(n) / static_cast<double>(halfPeriod);
-        } else {
-            mWahStep = static_cast<double>(n) / static_cast<double>(halfPeriod);
-        }
+        wahTableLen = n;
+        wahStep = wahStep < 0.0 ? -static_cast<double>(n) / static_cast<double>(halfPeriod)
+                                : static_cast<double>(n) / static_cast<double>(halfPeriod);
 
         const int64_t r = props.resonance;
         const double q = 1.0 + 0.008 * static_cast<double>((r - 50) * (r - 50));
@@ -292,7 +294,7 @@ private:
         const double o = 1.0 + 0.002 * static_cast<double>((m - 50) * (m - 50));
         const double span = static_cast<double>(m) <= 50.0 ? o : 1.0 / o;
 
-        const double fc = static_cast<double>(props.centerFreq) / static_cast<double>(mSampleRate);
+        const double fc = static_cast<double>(props.centerFreq) / static_cast<double>(rate);
         const double ratio = std::exp2(1.0 / span);
         const double lo = fc / ratio;
         const double hi = fc * ratio;
@@ -302,150 +304,92 @@ private:
         double f = lo;
         for (int64_t j = 0; j < n; ++j) {
             const double c = std::cos(f * kTwoPi);
-            mWahA1[static_cast<size_t>(j)] = std::exp(f * (-kPi) / quality) * (c + c);
-            mWahA2[static_cast<size_t>(j)] = std::exp(f * (-kTwoPi) / quality);
+            wahA1[static_cast<size_t>(j)] = std::exp(f * (-kPi) / quality) * (c + c);
+            wahA2[static_cast<size_t>(j)] = std::exp(f * (-kTwoPi) / quality);
             f = f + inc;
         }
     }
 
-    void processFlangeCell(float** channels, unsigned int channelCount, unsigned int frame)
+    void processFlangeCell(float** buffers, unsigned int channelCount, unsigned int frame)
     {
-        const double s = mOsc.findNthSine(static_cast<int32_t>(mLfoIndex));
-        double pos = s * mSweepDepth + mReadCenter;
-        if (pos >= 6500.0) {
-            pos = pos - 6500.0;
-        } else if (pos < 0.0) {
-            pos = pos + 6500.0;
-        }
+        const double s = mOsc.findNthSine(static_cast<int32_t>(lfoIndex));
+        double pos = s * sweepDepth + readCenter;
+        pos = pos >= 6500.0 ? pos - 6500.0 : (pos < 0.0 ? pos + 6500.0 : pos);
         const int32_t i = static_cast<int32_t>(pos);
         const double frac = pos - static_cast<double>(i);
 
         const int32_t count = static_cast<int32_t>(channelCount);
         const int32_t length = kDelayFrames * count;
         int32_t idx0 = i * count;
-        if (idx0 > length - 1) {
-            idx0 = length - 1;
-        }
-        if (idx0 < 0) {
-            idx0 = 0;
-        }
+        idx0 = idx0 > length - 1 ? length - 1 : idx0;
+        idx0 = idx0 < 0 ? 0 : idx0;
         int32_t idx1 = idx0 + count;
-        if (idx1 >= length) {
-            idx1 = idx1 - length;
-        }
+        idx1 = idx1 >= length ? idx1 - length : idx1;
 
-        mReadCenter = mReadCenter - 1.0;
-        if (mReadCenter < 0.0) {
-            mReadCenter = 6499.0;
-        }
-        mLfoIndex = mLfoIndex + 1;
-        if (static_cast<double>(mLfoIndex) >= mLfoPeriod) {
-            mLfoIndex = 0;
-        }
+        readCenter = readCenter - 1.0;
+        readCenter = readCenter < 0.0 ? 6499.0 : readCenter;
+        lfoIndex = lfoIndex + 1;
+        lfoIndex = static_cast<double>(lfoIndex) >= lfoPeriod ? 0 : lfoIndex;
 
         for (int32_t c = 0; c < count; ++c) {
-            const double d0 = mDelay[static_cast<size_t>(idx0)];
-            const double d1 = mDelay[static_cast<size_t>(idx1)];
-            const double d = mMemGain * mFlangeMem[c] + ((d1 - d0) * frac + d0) * mDelayGain;
-            mFlangeMem[c] = flush(d);
-            const double x = static_cast<double>(channels[c][frame]);
-            mDelay[static_cast<size_t>(mWritePos * count + c)] = flush(mFeedback * d + x);
-            double out;
-            if (count == 1) {
-                out = x * mDry + d * mWet;
-            } else {
-                out = x * mDry + (d * mWet) * mChanGain[c];
-            }
-            channels[c][frame] = static_cast<float>(out);
-            idx0 = idx0 + 1;
-            if (idx0 == length) {
-                idx0 = 0;
-            }
-            idx1 = idx1 + 1;
-            if (idx1 == length) {
-                idx1 = 0;
-            }
+            const double d0 = delay[static_cast<size_t>(idx0)];
+            const double d1 = delay[static_cast<size_t>(idx1)];
+            const double d = memGain * flangeMem[c] + ((d1 - d0) * frac + d0) * delayGain;
+            flangeMem[c] = flush(d);
+            const double x = static_cast<double>(buffers[c][frame]);
+            delay[static_cast<size_t>(writePos * count + c)] = flush(feedback * d + x);
+            const double out = count == 1 ? x * dry + d * wet : x * dry + (d * wet) * chanGain[c];
+            buffers[c][frame] = static_cast<float>(out);
+            idx0 = idx0 + 1 == length ? 0 : idx0 + 1;
+            idx1 = idx1 + 1 == length ? 0 : idx1 + 1;
         }
-        mWritePos = mWritePos > 0 ? mWritePos - 1 : 6499;
+        writePos = writePos > 0 ? writePos - 1 : 6499;
     }
 
-    float processWahWahSample(const float* sample, unsigned int c)
+    float processWahWahSample(float sample, unsigned int c)
     {
-        const double x = static_cast<double>(*sample);
-        const double p = mWahPos;
-        const int64_t n = mWahTableLen;
+        const double x = static_cast<double>(sample);
+        const double p = wahPos;
+        const int64_t n = wahTableLen;
         int64_t i0 = static_cast<int64_t>(p);
-        if (i0 > n - 1) {
-            i0 = n - 1;
-        }
-        if (i0 < 0) {
-            i0 = 0;
-        }
-        int64_t i1 = i0 + 1;
-        if (i1 > n - 1) {
-            i1 = n - 1;
-        }
+        i0 = i0 > n - 1 ? n - 1 : i0;
+        i0 = i0 < 0 ? 0 : i0;
+        const int64_t i1 = i0 + 1 > n - 1 ? n - 1 : i0 + 1;
         double a1;
         double a2;
         const size_t j0 = static_cast<size_t>(i0);
         const size_t j1 = static_cast<size_t>(i1);
         if (p == static_cast<double>(i0)) {
-            a1 = mWahA1[j0];
-            a2 = mWahA2[j0];
+            a1 = wahA1[j0];
+            a2 = wahA2[j0];
         } else {
             const double t = p - static_cast<double>(i0);
-            a1 = mWahA1[j0] + (mWahA1[j1] - mWahA1[j0]) * t;
-            a2 = mWahA2[j0] + (mWahA2[j1] - mWahA2[j0]) * t;
+            a1 = wahA1[j0] + (wahA1[j1] - wahA1[j0]) * t;
+            a2 = wahA2[j0] + (wahA2[j1] - wahA2[j0]) * t;
         }
 
-        const double next = p + mWahStep;
+        const double next = p + wahStep;
         if (next >= static_cast<double>(n - 1)) {
-            mWahPos = static_cast<double>(n - 1);
-            mWahStep = -mWahStep;
+            wahPos = static_cast<double>(n - 1);
+            wahStep = -wahStep;
         } else if (next <= 0.0) {
-            mWahPos = 0.0;
-            mWahStep = -mWahStep;
+            wahPos = 0.0;
+            wahStep = -wahStep;
         } else {
-            mWahPos = next;
+            wahPos = next;
         }
 
-        const double y1 = mWahY1[c];
-        const double y2 = mWahY2[c];
+        const double y1 = wahY1[c];
+        const double y2 = wahY2[c];
         const double w = (x + a1 * y1) - a2 * y2;
         const double a = (a2 * w - a1 * y1) + y2;
-        mWahY2[c] = y1;
-        mWahY1[c] = flush(w);
+        wahY2[c] = y1;
+        wahY1[c] = flush(w);
 
-        const double q = mEffect == 1 ? (a + x) * 0.5 : x - a;
-        return static_cast<float>(q * mWet + x * mDry);
+        const double q = effect == 1 ? (a + x) * 0.5 : x - a;
+        return static_cast<float>(q * wet + x * dry);
     }
 
-    bool mValid = false;
-    int mChannels = 1;
-    int mSampleRate = 22050;
-    int64_t mEffect = 0;
-    double mWet = 0.0;
-    double mDry = 0.0;
-    int64_t mWritePos = 0;
-    double mFlangeMem[kMaxChannels] = {};
-    int64_t mLfoIndex = 0;
-    double mReadCenter = 0.0;
-    double mLfoPeriod = 0.0;
-    double mLfoOmega = 0.0;
-    double mSweepDepth = 0.0;
-    std::vector<double> mDelay;
-    double mDelayGain = 0.0;
-    double mMemGain = 0.0;
-    double mFeedback = 0.0;
-    double mChanGain[kMaxChannels] = {};
-    double mSamplesPerMs = 0.0;
-    int64_t mWahTableLen = 0;
-    double mWahPos = 0.0;
-    double mWahStep = 0.0;
-    std::vector<double> mWahA1;
-    std::vector<double> mWahA2;
-    double mWahY1[kMaxChannels] = {};
-    double mWahY2[kMaxChannels] = {};
     Oscillator mOsc{0.0, 0.0, 0, kOscillatorMaxSteps};
 };
 

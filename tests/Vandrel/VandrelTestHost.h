@@ -1,184 +1,248 @@
-// A minimal host for the unit's tests: opens instances through the host API,
-// feeds input from a render callback with a deterministic test signal, and
-// renders into buffers the test owns. Shared by the unit's test programs.
+// A minimal host for the unit's tests: opens instances of the bundle through the host API in
+// either style, feeds input from a render callback with a deterministic test signal, renders
+// into buffers the test owns, and runs the reference model over the same signal.
 #ifndef VANDRELTESTHOST_H
 #define VANDRELTESTHOST_H
 
 #include "BufferListStorage.h"
 #include "CFTestHelpers.h"
-#include "Vandrel.h"
-#include "VandrelEngine.h"
+#include "VandrelEngineReference.h"
 
 #include <AudioUnit/AudioUnit.h>
-#include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace vandrel_test {
 
-// A four-character code as its 32-bit value.
-constexpr OSType FourCC(const char (&inCode)[5])
+namespace ref = engine_reference;
+
+constexpr OSType kType = 0x61756678;         // 'aufx'
+constexpr OSType kSubtype = 0x566E6472;      // 'Vndr'
+constexpr OSType kManufacturer = 0x5664726C; // 'Vdrl'
+
+// Parameter IDs, all in the global scope.
+enum : AudioUnitParameterID
 {
-    return (static_cast<OSType>(static_cast<unsigned char>(inCode[0])) << 24) |
-           (static_cast<OSType>(static_cast<unsigned char>(inCode[1])) << 16) |
-           (static_cast<OSType>(static_cast<unsigned char>(inCode[2])) << 8) |
-           static_cast<OSType>(static_cast<unsigned char>(inCode[3]));
-}
+    kDry,
+    kWet,
+    kEffect,
+    kRate,
+    kDepth,
+    kCenter,
+    kResonance
+};
 
-constexpr OSType kType = FourCC("aufx");
-constexpr OSType kSubtype = FourCC("Vndr");
-constexpr OSType kManufacturer = FourCC("Vdrl");
+// Dry, wet, effect, rate, depth, centre, resonance: one value per parameter ID.
+using Params = std::array<float, 7>;
 
-inline AudioComponentDescription UnitDescription()
-{
-    return AudioComponentDescription{kType, kSubtype, kManufacturer, 0, 0};
-}
+// The factory presets' values; preset 0 holds the defaults.
+constexpr Params kPresetValues[15] = {
+    {-80, 0, 0, 10, 10, 100, 1},         {-5, -6, 0, 1, 85, 100, 1},
+    {-6, -6, 0, 5, 50, 100, 1},          {-3, -2, 0, 0.1f, 100, 100, 1},
+    {-2.5f, -2.5f, 0, 0.5f, 85, 100, 1}, {-80, 0, 1, 0.5f, 50, 1000, 50},
+    {-80, 0, 1, 4.5f, 50, 1000, 50},     {-80, 0, 1, 10, 50, 2000, 40},
+    {-80, 0, 2, 1, 50, 1000, 50},        {-80, 0, 2, 2, 50, 1000, 80},
+    {-15, 0, 2, 0.2f, 50, 500, 100},     {-80, 0, 2, 0.5f, 70, 3000, 50},
+    {-80, 0, 2, 10, 50, 2000, 50},       {-5, -5, 0, 20, 85, 100, 1},
+    {-5, -5, 0, 20, 20, 100, 1}};
 
-// Canonical stream format: 32-bit float, non-interleaved.
-inline AudioStreamBasicDescription FloatFormat(UInt32 inChannels, Float64 inRate)
-{
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = inRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags =
-        kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved;
-    format.mBytesPerPacket = 4;
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = 4;
-    format.mChannelsPerFrame = inChannels;
-    format.mBitsPerChannel = 32;
-    return format;
-}
+// Parameter sets for changes between renders: edges of the mapping, values outside the
+// advertised ranges (which the unit passes on unclamped, rates of 0 and below among them), and
+// sets that give sweep tables of one entry or a few at very low sample rates.
+constexpr Params kEdgeValues[] = {
+    {-80, 0, 0.999f, 0.001f, 10, 100, 1}, {-79.95f, 12, 1, 0.007f, 100, 5000, 100},
+    {12, -79.9f, 1.999f, 20, 1, 100, 49}, {-5.25f, -0.05f, 2.5f, 50, 0, 3000, 50.999f},
+    {0, 0, 2, 0.007f, 99.9f, 4999.9f, 0}, {-6, -6, 0, 50, 0, 100, 1},
+    {-6, 3, 0.5f, 0.0004f, 1000, 100, 1}, {-100, -3, 1.5f, 13.7f, 51, 777.7f, 150},
+    {-3, -3, 0, 19.999f, 20000, 100, 1},  {-80, 0, 7.5f, -2, 20000, 250, 99},
+    {-12, -1, 0, 7.77f, 2, 100, 1},       {-20, -2, 1, 0, 50, 1000, 80},
+    {-6, -3, 1, 20, 50, 10, 50},          {-80, 0, 2, 20, 100, 5, 100},
+    {-80, 0, 2, 0.5f, 50, 300, 80}};
 
-// The test signal: a different mix of two sines and a little pseudo-noise per
-// channel, a function of the absolute sample time only, so any split of the
-// stream into renders sees the same samples.
+// The test signal, a function of channel and absolute frame only (so any split of a stream
+// into renders sees the same samples): a unit impulse every 3001 frames, a rising sine sweep
+// and fixed-seed noise, with a long silent stretch in every 150000 frames so that the stored
+// filter and delay state decays through the flush threshold.
 inline float TestSample(UInt32 inChannel, std::int64_t inFrame)
 {
-    const double t = static_cast<double>(inFrame);
-    const double f1 = 0.013 + 0.004 * inChannel;
-    const double f2 = 0.0021;
-    std::uint32_t noise = static_cast<std::uint32_t>(inFrame) * 2654435761u + inChannel * 40503u;
-    noise ^= noise >> 13;
-    const double n = (static_cast<double>(noise & 0xFFFF) / 65535.0 - 0.5) * 0.05;
-    return static_cast<float>(0.4 * std::sin(6.283185307179586 * f1 * t) +
-                              0.3 * std::sin(6.283185307179586 * f2 * t + inChannel) + n);
+    const std::int64_t cycle = inFrame % 150000;
+    if (cycle >= 100000 && cycle < 130000) {
+        return 0.0f;
+    }
+    if (inFrame % 3001 == static_cast<std::int64_t>(inChannel) * 5) {
+        return 1.0f;
+    }
+    const double t = static_cast<double>(inFrame) / 44100.0;
+    const double sweep = 0.4 * std::sin(2.0 * ref::kPi * (30.0 * t + 400.0 * t * t) +
+                                        0.3 * static_cast<double>(inChannel));
+    std::uint32_t x = static_cast<std::uint32_t>(inFrame) * 2654435761u + (inChannel + 1u) * 40503u;
+    x ^= x << 13;
+    x ^= x >> 17;
+    x ^= x << 5;
+    return static_cast<float>(sweep + (static_cast<double>(x) / 4294967296.0 - 0.5) * 0.3);
 }
 
-// Input callback state: how the host feeds input bus 0.
-struct InputSource
-{
-    bool silent = false; // deliver zeros flagged as silence
-    UInt32 calls = 0;
-};
+using Audio = std::vector<std::vector<float>>;
 
-inline OSStatus FeedTestSignal(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
-                               const AudioTimeStamp* inTimeStamp, UInt32, UInt32 inNumberFrames,
-                               AudioBufferList* ioData)
+// Bit-for-bit equality of two multi-channel recordings.
+inline ::testing::AssertionResult SameAudio(const Audio& inExpected, const Audio& inActual)
 {
-    auto* source = static_cast<InputSource*>(inRefCon);
-    ++source->calls;
-    const auto start = static_cast<std::int64_t>(inTimeStamp->mSampleTime);
-    for (UInt32 c = 0; c < ioData->mNumberBuffers; ++c) {
-        auto* samples = static_cast<float*>(ioData->mBuffers[c].mData);
-        for (UInt32 i = 0; i < inNumberFrames; ++i) {
-            samples[i] = source->silent ? 0.0f : TestSample(c, start + i);
+    for (std::size_t c = 0; c < std::max(inExpected.size(), inActual.size()); ++c) {
+        if (c >= inExpected.size() || c >= inActual.size() ||
+            inExpected[c].size() != inActual[c].size()) {
+            return ::testing::AssertionFailure() << "channel " << c << " missing or shorter";
         }
-    }
-    if (source->silent) {
-        *ioActionFlags |= kAudioUnitRenderAction_OutputIsSilence;
-    }
-    return noErr;
-}
-
-// Non-interleaved float buffers owned by the test, in an AudioBufferList.
-class Buffers
-{
-public:
-    Buffers(UInt32 inChannels, UInt32 inFrames)
-        : mSamples(inChannels, std::vector<float>(inFrames, 0.0f)), mStorage(inChannels)
-    {
-        for (UInt32 c = 0; c < inChannels; ++c) {
-            list().mBuffers[c].mNumberChannels = 1;
-        }
-        Reset(inFrames);
-    }
-    // Points the list at the test's samples again, sized for inFrames.
-    void Reset(UInt32 inFrames)
-    {
-        for (UInt32 c = 0; c < list().mNumberBuffers; ++c) {
-            list().mBuffers[c].mData = mSamples[c].data();
-            list().mBuffers[c].mDataByteSize = inFrames * sizeof(float);
-        }
-    }
-    AudioBufferList& list() { return mStorage.List(); }
-    // Samples of channel c, as the unit left them (own buffers or pointers it
-    // handed back).
-    const float* channel(UInt32 c) { return static_cast<const float*>(list().mBuffers[c].mData); }
-
-private:
-    std::vector<std::vector<float>> mSamples;
-    BufferListStorage mStorage;
-};
-
-// One open instance, configured for a channel count and rate and fed by the
-// test signal. Opened through the factory (AudioComponentInstanceNew) or
-// through the entry point (OpenAComponent); closed by the destructor.
-class Instance
-{
-public:
-    // Factory style.
-    explicit Instance(AudioComponent inComponent)
-    {
-        mOpenStatus = AudioComponentInstanceNew(inComponent, &mUnit);
-    }
-    // Component-manager style.
-    explicit Instance(Component inComponent) : mEntryStyle(true)
-    {
-        ComponentInstance ci = nullptr;
-        mOpenStatus = OpenAComponent(inComponent, &ci);
-        mUnit = reinterpret_cast<AudioUnit>(ci);
-    }
-    ~Instance()
-    {
-        if (mUnit != nullptr) {
-            if (mEntryStyle) {
-                CloseComponent(reinterpret_cast<ComponentInstance>(mUnit));
-            } else {
-                AudioComponentInstanceDispose(mUnit);
+        for (std::size_t i = 0; i < inExpected[c].size(); ++i) {
+            if (std::memcmp(&inExpected[c][i], &inActual[c][i], sizeof(float)) != 0) {
+                return ::testing::AssertionFailure()
+                       << "channel " << c << " frame " << i << ": " << inActual[c][i]
+                       << ", expected " << inExpected[c][i];
             }
         }
     }
-    Instance(const Instance&) = delete;
-    Instance& operator=(const Instance&) = delete;
+    return ::testing::AssertionSuccess();
+}
 
+// The reference model run over the test signal as the unit runs the engine: begun at the first
+// block, cooked with the mapped values before each later block.
+class ReferenceStream
+{
+public:
+    ReferenceStream(UInt32 inChannels, int inRate, std::int64_t inStartFrame = 0)
+        : mChannels(inChannels), mRate(inRate), mFrame(inStartFrame)
+    {
+    }
+    void Process(const Params& inValues, UInt32 inFrames, Audio& outAudio)
+    {
+        ref::mapParameters(inValues.data(), mProps, mPrevious);
+        if (mBegun) {
+            mEngine.cook(mProps, ref::State::Continue);
+        } else {
+            mEngine.begin(static_cast<int>(mChannels), mRate, mProps);
+            mBegun = true;
+        }
+        outAudio.resize(mChannels);
+        std::vector<float*> pointers(mChannels);
+        for (UInt32 c = 0; c < mChannels; ++c) {
+            const std::size_t start = outAudio[c].size();
+            for (UInt32 i = 0; i < inFrames; ++i) {
+                outAudio[c].push_back(TestSample(c, mFrame + i));
+            }
+            pointers[c] = outAudio[c].data() + start;
+        }
+        unsigned int frames = inFrames;
+        mEngine.transform(pointers.data(), mChannels, frames, false);
+        mFrame += inFrames;
+    }
+    // Ends the stream, as the unit's reset does; the next block begins it again at inFrame.
+    void Restart(std::int64_t inFrame)
+    {
+        mEngine.end();
+        mBegun = false;
+        mFrame = inFrame;
+    }
+
+private:
+    ref::Engine mEngine;
+    ref::Props mProps;
+    ref::Props mPrevious;
+    UInt32 mChannels;
+    int mRate;
+    std::int64_t mFrame;
+    bool mBegun = false;
+};
+
+// Registers the bundle the process's instances come from, once: the built one unless a test
+// named another first. No installed copy of the plug-in may take part (the runtime scans the
+// home folder and AU_COMPONENT_PATH).
+inline void RegisterBundle(const std::string& inPath = VANDREL_BUNDLE_DIR)
+{
+    static const OSStatus status = [&inPath] {
+        setenv("HOME", (inPath + "/no-such-home").c_str(), 1);
+        unsetenv("AU_COMPONENT_PATH");
+        return AudioComponentRegisterBundle(inPath.c_str());
+    }();
+    EXPECT_EQ(noErr, status);
+}
+
+// One open instance of the registered unit, in the component-manager style (OpenAComponent)
+// or the factory style (AudioComponentInstanceNew), fed by the test signal; closed by the
+// destructor.
+class Instance
+{
+public:
+    static constexpr UInt32 kMaxFrames = 4097;
+
+    explicit Instance(bool inEntryStyle) : mEntryStyle(inEntryStyle)
+    {
+        RegisterBundle();
+        if (inEntryStyle) {
+            ComponentDescription desc{kType, kSubtype, kManufacturer, 0, 0};
+            ComponentInstance ci = nullptr;
+            mOpenStatus = OpenAComponent(FindNextComponent(nullptr, &desc), &ci);
+            mUnit = reinterpret_cast<AudioUnit>(ci);
+        } else {
+            const AudioComponentDescription desc{kType, kSubtype, kManufacturer, 0, 0};
+            mOpenStatus = AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &desc), &mUnit);
+        }
+        EXPECT_EQ(noErr, mOpenStatus);
+    }
+    ~Instance()
+    {
+        if (mEntryStyle) {
+            CloseComponent(reinterpret_cast<ComponentInstance>(mUnit));
+        } else {
+            AudioComponentInstanceDispose(mUnit);
+        }
+    }
     OSStatus openStatus() const { return mOpenStatus; }
     AudioUnit unit() const { return mUnit; }
 
+    template <class T> OSStatus Set(AudioUnitPropertyID inID, const T& inValue)
+    {
+        return AudioUnitSetProperty(mUnit, inID, kAudioUnitScope_Global, 0, &inValue, sizeof(T));
+    }
+    template <class T> OSStatus Get(AudioUnitPropertyID inID, T& outValue, UInt32 inElement = 0)
+    {
+        UInt32 size = sizeof(T);
+        return AudioUnitGetProperty(mUnit, inID, kAudioUnitScope_Global, inElement, &outValue,
+                                    &size);
+    }
+    // Canonical 32-bit float non-interleaved format on input and output; sizes the output
+    // buffers the instance renders into.
     OSStatus SetFormat(UInt32 inChannels, Float64 inRate)
     {
-        const AudioStreamBasicDescription format = FloatFormat(inChannels, inRate);
-        OSStatus status = AudioUnitSetProperty(mUnit, kAudioUnitProperty_StreamFormat,
-                                               kAudioUnitScope_Input, 0, &format, sizeof(format));
-        if (status == noErr) {
-            status = AudioUnitSetProperty(mUnit, kAudioUnitProperty_StreamFormat,
-                                          kAudioUnitScope_Output, 0, &format, sizeof(format));
-        }
+        AudioStreamBasicDescription format{};
+        format.mSampleRate = inRate;
+        format.mFormatID = kAudioFormatLinearPCM;
+        format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved;
+        format.mBytesPerPacket = format.mBytesPerFrame = 4;
+        format.mFramesPerPacket = 1;
+        format.mChannelsPerFrame = inChannels;
+        format.mBitsPerChannel = 32;
         mChannels = inChannels;
+        mSamples.assign(inChannels * kMaxFrames, 0.0f);
+        OSStatus status = noErr;
+        for (AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
+            if (status == noErr) {
+                status = AudioUnitSetProperty(mUnit, kAudioUnitProperty_StreamFormat, scope, 0,
+                                              &format, sizeof(format));
+            }
+        }
         return status;
     }
     OSStatus FeedFromCallback()
     {
-        AURenderCallbackStruct callback{FeedTestSignal, &mSource};
+        const AURenderCallbackStruct callback{FeedTestSignal, this};
         return AudioUnitSetProperty(mUnit, kAudioUnitProperty_SetRenderCallback,
                                     kAudioUnitScope_Input, 0, &callback, sizeof(callback));
     }
@@ -193,171 +257,74 @@ public:
     {
         return AudioUnitSetParameter(mUnit, inID, kAudioUnitScope_Global, 0, inValue, 0);
     }
+    void SetAll(const Params& inValues)
+    {
+        for (AudioUnitParameterID id = 0; id < 7; ++id) {
+            ASSERT_EQ(noErr, SetParameter(id, inValues[id]));
+        }
+    }
     AudioUnitParameterValue GetParameter(AudioUnitParameterID inID)
     {
         AudioUnitParameterValue value = -12345.0f;
         EXPECT_EQ(noErr, AudioUnitGetParameter(mUnit, inID, kAudioUnitScope_Global, 0, &value));
         return value;
     }
-    // Renders inFrames frames at the running sample time into out (whose
-    // pointers are reset first) and advances the time.
-    OSStatus Render(Buffers& out, UInt32 inFrames, AudioUnitRenderActionFlags* ioFlags = nullptr)
+    // Renders inFrames frames (at most kMaxFrames) at the running sample time into the
+    // instance's buffers and advances the time; Output(c) is channel c as the unit left it.
+    OSStatus Render(UInt32 inFrames, AudioUnitRenderActionFlags* ioFlags = nullptr)
     {
-        out.Reset(inFrames);
+        AudioBufferList& list = mList.List();
+        list.mNumberBuffers = mChannels;
+        for (UInt32 c = 0; c < mChannels; ++c) {
+            list.mBuffers[c] = AudioBuffer{1, inFrames * 4, &mSamples[c * kMaxFrames]};
+        }
         AudioTimeStamp stamp{};
-        stamp.mSampleTime = mSampleTime;
+        stamp.mSampleTime = static_cast<Float64>(mSampleTime);
         stamp.mFlags = kAudioTimeStampSampleTimeValid;
         AudioUnitRenderActionFlags flags = 0;
-        const OSStatus status =
-            AudioUnitRender(mUnit, ioFlags ? ioFlags : &flags, &stamp, 0, inFrames, &out.list());
         mSampleTime += inFrames;
-        return status;
+        return AudioUnitRender(mUnit, ioFlags ? ioFlags : &flags, &stamp, 0, inFrames, &list);
     }
-    // Renders inFrames frames and appends every channel's output to outAudio
-    // (one vector per channel).
-    void RenderAppend(std::vector<std::vector<float>>& outAudio, UInt32 inFrames)
+    const float* Output(UInt32 c) { return static_cast<float*>(mList.List().mBuffers[c].mData); }
+    // Renders inFrames frames and appends every channel's output to outAudio.
+    void RenderAppend(Audio& outAudio, UInt32 inFrames)
     {
-        Buffers out(mChannels, inFrames);
-        ASSERT_EQ(noErr, Render(out, inFrames));
+        ASSERT_EQ(noErr, Render(inFrames));
         outAudio.resize(mChannels);
         for (UInt32 c = 0; c < mChannels; ++c) {
-            outAudio[c].insert(outAudio[c].end(), out.channel(c), out.channel(c) + inFrames);
+            outAudio[c].insert(outAudio[c].end(), Output(c), Output(c) + inFrames);
         }
     }
-    InputSource& source() { return mSource; }
-    Float64 sampleTime() const { return mSampleTime; }
+    std::int64_t sampleTime() const { return mSampleTime; }
+
+    bool silentInput = false; // the callback delivers zeros flagged as silence
 
 private:
+    static OSStatus FeedTestSignal(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
+                                   const AudioTimeStamp* inTimeStamp, UInt32, UInt32 inFrames,
+                                   AudioBufferList* ioData)
+    {
+        auto* self = static_cast<Instance*>(inRefCon);
+        const auto start = static_cast<std::int64_t>(inTimeStamp->mSampleTime);
+        for (UInt32 c = 0; c < ioData->mNumberBuffers; ++c) {
+            auto* samples = static_cast<float*>(ioData->mBuffers[c].mData);
+            for (UInt32 i = 0; i < inFrames; ++i) {
+                samples[i] = self->silentInput ? 0.0f : TestSample(c, start + i);
+            }
+        }
+        if (self->silentInput) {
+            *ioActionFlags |= kAudioUnitRenderAction_OutputIsSilence;
+        }
+        return noErr;
+    }
+
     AudioUnit mUnit = nullptr;
     OSStatus mOpenStatus = -1;
-    bool mEntryStyle = false;
-    UInt32 mChannels = 2;
-    Float64 mSampleTime = 0.0;
-    InputSource mSource;
-};
-
-using Audio = std::vector<std::vector<float>>;
-
-// Sample-exact equality of two multi-channel recordings.
-inline void ExpectSameAudio(const Audio& inExpected, const Audio& inActual)
-{
-    ASSERT_EQ(inExpected.size(), inActual.size());
-    for (std::size_t c = 0; c < inExpected.size(); ++c) {
-        ASSERT_EQ(inExpected[c].size(), inActual[c].size()) << "channel " << c;
-        for (std::size_t i = 0; i < inExpected[c].size(); ++i) {
-            ASSERT_EQ(inExpected[c][i], inActual[c][i]) << "channel " << c << " frame " << i;
-        }
-    }
-}
-
-// Makes the built bundle known to the object library, so that the unit
-// linked into this program finds its resources (names, view bundle) by
-// identifier, as it does when loaded from the bundle.
-inline CFBundleRef BuiltBundle()
-{
-    static CFBundleRef bundle = [] {
-        // No installed copy of the plug-in may take part: the runtime scans
-        // the home folder and AU_COMPONENT_PATH on first use.
-        setenv("HOME", VANDREL_TEST_DATA_DIR "/no-such-home", 1);
-        unsetenv("AU_COMPONENT_PATH");
-        CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, CFSTR(VANDREL_BUNDLE_DIR),
-                                                     kCFURLPOSIXPathStyle, true);
-        CFBundleRef created = CFBundleCreate(kCFAllocatorDefault, url);
-        CFRelease(url);
-        return created;
-    }();
-    return bundle;
-}
-
-// The unit linked into this program, registered with the runtime in both
-// styles (once per process).
-inline AudioComponent LinkedFactoryComponent()
-{
-    static AudioComponent component = [] {
-        BuiltBundle();
-        const AudioComponentDescription desc = UnitDescription();
-        return AudioComponentRegister(&desc, CFSTR("Vandrel: Vandrel (linked)"), 0x00010000,
-                                      VandrelFactory);
-    }();
-    return component;
-}
-
-inline Component LinkedEntryComponent()
-{
-    static Component component = [] {
-        BuiltBundle();
-        ComponentDescription desc{kType, kSubtype, kManufacturer, 0, 0};
-        return RegisterComponent(&desc, reinterpret_cast<ComponentRoutineUPP>(VandrelEntry), 0,
-                                 nullptr, nullptr, nullptr);
-    }();
-    return component;
-}
-
-// The unit object behind an instance opened in the component-manager style.
-inline Vandrel* UnitObject(AudioUnit inUnit)
-{
-    return reinterpret_cast<Vandrel*>(
-        GetComponentInstanceStorage(reinterpret_cast<ComponentInstance>(inUnit)));
-}
-
-// The engine's property record for seven parameter values, derived the
-// straightforward way from the documented mapping.
-inline _transform_props ReferenceProps(const float (&inValues)[7])
-{
-    _transform_props props{};
-    props.lDryOut = static_cast<std::int64_t>(static_cast<double>(inValues[0]) * 10.0);
-    props.lWetOut = static_cast<std::int64_t>(static_cast<double>(inValues[1]) * 10.0);
-    props.lEffect = inValues[2] < 1.0f ? 0 : (inValues[2] < 2.0f ? 1 : 2);
-    props.lModRate = static_cast<std::int64_t>(static_cast<double>(inValues[3]) * 1000.0);
-    props.lModDepth = static_cast<std::int64_t>(inValues[4]);
-    props.lCenterFreq = static_cast<std::int64_t>(inValues[5]);
-    props.lResonance = static_cast<std::int64_t>(inValues[6]);
-    return props;
-}
-
-// The engine run directly over the test signal, as the unit should run it:
-// begin at the first block, cook with TRANSFORM_CONTINUE before each later
-// block.
-class ReferenceStream
-{
-public:
-    ReferenceStream(UInt32 inChannels, int inRate, std::int64_t inStartFrame = 0)
-        : mChannels(inChannels), mRate(inRate), mFrame(inStartFrame)
-    {
-    }
-    void Process(const float (&inValues)[7], UInt32 inFrames,
-                 std::vector<std::vector<float>>& outAudio)
-    {
-        _transform_props props = ReferenceProps(inValues);
-        if (!mBegun) {
-            mEngine.TransformBegin(static_cast<int>(mChannels), mRate, props);
-            mBegun = true;
-        } else {
-            mEngine.TransformCookProperties(props, TRANSFORM_CONTINUE);
-        }
-        std::vector<std::vector<float>> block(mChannels, std::vector<float>(inFrames));
-        std::vector<float*> pointers(mChannels);
-        for (UInt32 c = 0; c < mChannels; ++c) {
-            for (UInt32 i = 0; i < inFrames; ++i) {
-                block[c][i] = TestSample(c, mFrame + i);
-            }
-            pointers[c] = block[c].data();
-        }
-        unsigned int frames = inFrames;
-        mEngine.TransformFloat(TRANSFORM_CONTINUE, pointers.data(), mChannels, frames, false);
-        mFrame += inFrames;
-        outAudio.resize(mChannels);
-        for (UInt32 c = 0; c < mChannels; ++c) {
-            outAudio[c].insert(outAudio[c].end(), block[c].begin(), block[c].end());
-        }
-    }
-
-private:
-    CVandrelEngine mEngine;
-    UInt32 mChannels;
-    int mRate;
-    std::int64_t mFrame;
-    bool mBegun = false;
+    bool mEntryStyle;
+    UInt32 mChannels = 0;
+    std::int64_t mSampleTime = 0;
+    std::vector<float> mSamples;
+    BufferListStorage mList{64};
 };
 
 } // namespace vandrel_test
