@@ -30,7 +30,10 @@ import time
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FOLDERS = ("src", "platform", "tools")
 SOURCE_SUFFIXES = (".c", ".cpp", ".h", ".hpp")
-TEST_TIMEOUT = 120  # seconds per test program; longer counts as a hang, which the suite reports
+# A test program running this many times longer than on the clean tree (and at
+# least MIN_TIMEOUT seconds) counts as hanging, which the suite reports too.
+TIMEOUT_FACTOR = 10
+MIN_TIMEOUT = 60
 
 # (kind, pattern, replacement). Patterns run on a line whose comments and
 # string literals are masked, so only code is changed. Binary operators are
@@ -200,9 +203,9 @@ def configure(tree, build, preset_flags):
                        check=True, stdout=subprocess.DEVNULL)
 
 
-def build(build_dir, jobs):
-    result = subprocess.run(["ninja", "-C", build_dir, "-j", str(jobs)],
-                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+def build(build_dir, jobs, target=None):
+    command = ["ninja", "-C", build_dir, "-j", str(jobs)] + ([target] if target else [])
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     return result.returncode == 0, result.stdout
 
 
@@ -233,19 +236,37 @@ def nearest_first(programs, source):
     return sorted(programs, key=lambda p: (shared(p), p))
 
 
-def run_tests(build_dir, programs, env):
-    """Runs the programs in order; returns the first that fails (or hangs), else None."""
+def run_tests(build_dir, programs, env, jobs=None, durations=None):
+    """Runs the programs in order; returns the first that fails (or hangs), else None.
+    With jobs, builds each program (and only what it needs) just before running it,
+    so a fault the nearest tests catch costs no other links; a build failure
+    raises BuildError. Records each program's time in durations when given;
+    otherwise uses the times recorded there to tell a hang."""
     for program in programs:
         path = os.path.join(build_dir, "tests", program)
+        if jobs:
+            ok, _ = build(build_dir, jobs, os.path.basename(program))
+            if not ok:
+                raise BuildError(program)
+        timeout = None
+        if durations is not None and program in durations:
+            timeout = max(MIN_TIMEOUT, TIMEOUT_FACTOR * durations[program])
+        started = time.time()
         try:
             result = subprocess.run([path, "--gtest_brief=1"], cwd=os.path.dirname(path), env=env,
                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                    timeout=TEST_TIMEOUT)
+                                    timeout=timeout)
         except subprocess.TimeoutExpired:
             return program + " (hang)"
+        if durations is not None and program not in durations:
+            durations[program] = time.time() - started
         if result.returncode != 0:
             return program
     return None
+
+
+class BuildError(Exception):
+    pass
 
 
 class Tree:
@@ -258,6 +279,7 @@ class Tree:
         self.sanitized = os.path.join(work, "asan-ubsan")
         self.sanitizer_env = dict(os.environ, ASAN_OPTIONS="detect_leaks=1:abort_on_error=1",
                                   UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1")
+        self.durations = {self.plain: {}, self.sanitized: {}}
         sync_tree(self.tree)
         configure(self.tree, self.plain, ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O2",
                                           "-DCMAKE_C_FLAGS_RELEASE=-O2"])
@@ -270,7 +292,8 @@ class Tree:
             ok, log = build(build_dir, self.jobs)
             if not ok:
                 sys.exit("the unmodified tree does not build:\n" + log[-3000:])
-            failing = run_tests(build_dir, test_programs(build_dir), env)
+            failing = run_tests(build_dir, test_programs(build_dir), env,
+                                durations=self.durations[build_dir])
             if failing:
                 sys.exit("the unmodified tree fails its tests: %s (in %s)" % (failing, build_dir))
 
@@ -291,16 +314,17 @@ class Tree:
         try:
             with open(full, "w", encoding="utf-8") as f:
                 f.write("\n".join(lines))
-            ok, _ = build(self.plain, self.jobs)
-            if not ok:
+            try:
+                failing = run_tests(self.plain, nearest_first(test_programs(self.plain), path),
+                                    os.environ, self.jobs, self.durations[self.plain])
+            except BuildError:
                 return "not-compiling", ""
-            failing = run_tests(self.plain, nearest_first(test_programs(self.plain), path), os.environ)
             if failing:
                 return "caught", failing
             ok, _ = build(self.sanitized, self.jobs)
             if ok:
                 failing = run_tests(self.sanitized, nearest_first(test_programs(self.sanitized), path),
-                                    self.sanitizer_env)
+                                    self.sanitizer_env, durations=self.durations[self.sanitized])
                 if failing:
                     return "caught", "sanitizer: " + failing
             return "missed", ""
