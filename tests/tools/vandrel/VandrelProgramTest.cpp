@@ -293,6 +293,9 @@ TEST_F(VandrelProgramTest, BypassTailFormatsAndTheDemonstrationSound)
     const Audio through = readAudio("through.aiff");
     EXPECT_EQ(through.rate, 32000);
     EXPECT_EQ(through.channels, input.channels) << "bypass passes the input unchanged";
+    writeInput("many.wav", 32, 8000, 64);
+    EXPECT_EQ(run({path("many.wav"), "-o", path("many-out.wav")}).status, 0)
+        << "32 channels, the most the plug-in takes";
 
     result =
         run({path("in.flac"), "-o", path("tail.wav"), "-p", "Flange - slow 2", "--tail", "250ms"});
