@@ -315,15 +315,19 @@ private:
         const double s = mOsc.findNthSine(static_cast<int32_t>(lfoIndex));
         double pos = s * sweepDepth + readCenter;
         pos = pos >= 6500.0 ? pos - 6500.0 : (pos < 0.0 ? pos + 6500.0 : pos);
-        const int32_t i = static_cast<int32_t>(pos);
+        // The integer part saturates at the 32-bit range; the index is then
+        // taken in 64 bits, so a position far outside the line clamps to an end.
+        const int32_t i = pos >= 2147483648.0    ? INT32_MAX
+                          : pos <= -2147483649.0 ? INT32_MIN
+                                                 : static_cast<int32_t>(pos);
         const double frac = pos - static_cast<double>(i);
 
         const int32_t count = static_cast<int32_t>(channelCount);
-        const int32_t length = kDelayFrames * count;
-        int32_t idx0 = i * count;
+        const int64_t length = int64_t{kDelayFrames} * count;
+        int64_t idx0 = int64_t{i} * count;
         idx0 = idx0 > length - 1 ? length - 1 : idx0;
         idx0 = idx0 < 0 ? 0 : idx0;
-        int32_t idx1 = idx0 + count;
+        int64_t idx1 = idx0 + count;
         idx1 = idx1 >= length ? idx1 - length : idx1;
 
         readCenter = readCenter - 1.0;
