@@ -147,7 +147,7 @@ void Lv2Wrapper::connect(uint32_t port, void* data)
 void Lv2Wrapper::activate()
 {
     // The unit starts its stream with the controls the host has set by now,
-    // as when they are set before a unit is initialized.
+    // so that the set-up work they cause is done here rather than in run.
     const bool bypass = mEnabled != nullptr && *mEnabled < 0.5f;
     const bool started = succeeded([&] {
         mHost.setBypass(bypass);
@@ -193,9 +193,11 @@ void Lv2Wrapper::followBypass()
             mMode = Mode::kBypassed;
     } else if (!bypass && mMode == Mode::kBypassed) {
         if (mSchedule != nullptr) {
-            if (mSchedule->schedule_work(mSchedule->handle, sizeof(kLeaveBypass), &kLeaveBypass) ==
+            // Set first: a host may do the job, and even answer, at once.
+            mMode = Mode::kResuming;
+            if (mSchedule->schedule_work(mSchedule->handle, sizeof(kLeaveBypass), &kLeaveBypass) !=
                 LV2_WORKER_SUCCESS)
-                mMode = Mode::kResuming;
+                mMode = Mode::kBypassed;
         } else if (mHost.trySetBypass(false) == noErr) {
             mMode = Mode::kProcessing;
         }

@@ -1,7 +1,7 @@
 // The LV2 bundle this build assembled, loaded as hosts load it: its metadata
 // against the unit's own answers, its output against the vandrel program's at
-// the same block size (in a lilv host, and through lv2apply on files), and
-// how it follows control changes, bypass and restarts.
+// the same block size, and how it follows control changes, bypass and
+// restarts. (lv2apply-test.sh runs lv2apply on files.)
 #include "AudioFileReader.h"
 #include "AudioFileWriter.h"
 #include "DemoSignal.h"
@@ -41,10 +41,9 @@ TEST(Lv2BundleTest, DescribesBothPlugInsWithTheUnitsParametersAndPresets)
 {
     PluginHost unit = openUnit();
     const std::vector<ParameterDescription> parameters = unit.parameters();
-    ASSERT_EQ(parameters.size(), 7u);
     for (const char* uri : {Lv2Ports::kMonoUri, Lv2Ports::kStereoUri}) {
         const LilvPlugin* plugin = Lv2TestHost::plugin(uri);
-        const Lv2Ports ports(7, Lv2Ports::channelsFor(uri));
+        const Lv2Ports ports(static_cast<unsigned>(parameters.size()), Lv2Ports::channelsFor(uri));
         ASSERT_NE(plugin, nullptr);
         ASSERT_EQ(lilv_plugin_get_num_ports(plugin), ports.count());
         std::vector<float> minimum(ports.count()), maximum(ports.count()), fallback(ports.count());

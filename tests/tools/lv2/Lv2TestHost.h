@@ -1,7 +1,8 @@
 // A small LV2 host on lilv for the tests: it loads the bundle this build
 // assembled and runs one of its plug-ins as a DAW does, with a URID map, the
 // bufsz:maxBlockLength option and a worker whose job runs after each run (or
-// when the test says), kept in fixed storage so that scheduling allocates nothing.
+// when the test says), kept in fixed storage so that scheduling allocates
+// nothing; the answer goes back as soon as the job is done.
 #pragma once
 
 #include <lilv/lilv.h>
@@ -119,20 +120,14 @@ public:
         }
         return out;
     }
+    // The worker's job, if any, and its answer, as a host runs them between runs.
     void runWorker()
     {
-        const uint32_t size = std::exchange(mJob.size, 0);
-        LV2_Handle handle = lilv_instance_get_handle(mInstance);
-        if (size > 0 && mWorker->work(handle, &respond, this, size, mJob.bytes) == 0)
-            mWorker->work_response(handle, std::exchange(mAnswer.size, 0), mAnswer.bytes);
+        if (const uint32_t size = std::exchange(mJobSize, 0))
+            mWorker->work(lilv_instance_get_handle(mInstance), &respond, this, size, mJob);
     }
 
 private:
-    struct Message
-    {
-        uint32_t size = 0;
-        char bytes[16] = {};
-    };
     static LV2_URID map(LV2_URID_Map_Handle, const char* uri)
     {
         static std::vector<std::string> uris;
@@ -140,20 +135,18 @@ private:
             uris.push_back(uri);
         return static_cast<LV2_URID>(std::find(uris.begin(), uris.end(), uri) - uris.begin() + 1);
     }
-    static LV2_Worker_Status keep(Message& to, uint32_t size, const void* data)
-    {
-        if (size > sizeof(to.bytes) || to.size != 0)
-            return LV2_WORKER_ERR_NO_SPACE;
-        std::memcpy(to.bytes, data, to.size = size);
-        return LV2_WORKER_SUCCESS;
-    }
     static LV2_Worker_Status schedule(void* self, uint32_t size, const void* data)
     {
-        return keep(static_cast<Lv2TestHost*>(self)->mJob, size, data);
+        auto& host = *static_cast<Lv2TestHost*>(self);
+        if (size > sizeof(host.mJob) || host.mJobSize != 0)
+            return LV2_WORKER_ERR_NO_SPACE;
+        std::memcpy(host.mJob, data, host.mJobSize = size);
+        return LV2_WORKER_SUCCESS;
     }
     static LV2_Worker_Status respond(void* self, uint32_t size, const void* data)
     {
-        return keep(static_cast<Lv2TestHost*>(self)->mAnswer, size, data);
+        auto& host = *static_cast<Lv2TestHost*>(self);
+        return host.mWorker->work_response(lilv_instance_get_handle(host.mInstance), size, data);
     }
 
     static inline LV2_URID_Map sMap{nullptr, &map};
@@ -172,6 +165,6 @@ private:
                                        nullptr};
     LilvInstance* mInstance = nullptr;
     const LV2_Worker_Interface* mWorker = nullptr;
-    Message mJob;
-    Message mAnswer;
+    char mJob[16] = {};
+    uint32_t mJobSize = 0;
 };
