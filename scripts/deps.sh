@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build, the tests and the demo need,
+# Installs the Debian 12 packages the build, the tests, the demo and the
+# benchmarks need (the LV2 comparison runs other makers' plug-ins),
 # skipping the ones already present.
 set -euo pipefail
 packages=(
@@ -7,6 +8,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libplist-dev libsndfile1-dev
   sox libsox-fmt-all
+  lv2-dev liblilv-dev lilv-utils sordi sndfile-programs
+  calf-plugins swh-lv2 mda-lv2 guitarix-lv2
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -63,7 +63,7 @@ std::string toStdString(CFStringRef string)
 
 } // namespace
 
-PluginHost::PluginHost(AudioComponent component)
+PluginHost::PluginHost(AudioComponent component) : mComponent(component)
 {
     const OSStatus status = AudioComponentInstanceNew(component, &mUnit);
     if (status != noErr || mUnit == nullptr)
@@ -77,6 +77,21 @@ PluginHost::~PluginHost()
     if (mInitialized)
         AudioUnitUninitialize(mUnit);
     AudioComponentInstanceDispose(mUnit);
+}
+
+std::string PluginHost::componentName() const
+{
+    CFStringRef name = nullptr;
+    if (AudioComponentCopyName(mComponent, &name) != noErr)
+        return "";
+    const CFRef<CFStringRef> owner(name);
+    return toStdString(name);
+}
+
+UInt32 PluginHost::componentVersion() const
+{
+    UInt32 version = 0;
+    return AudioComponentGetVersion(mComponent, &version) == noErr ? version : 0;
 }
 
 std::vector<PresetInfo> PluginHost::factoryPresets() const
@@ -152,7 +167,12 @@ void PluginHost::selectPreset(SInt32 number)
 
 void PluginHost::setParameter(AudioUnitParameterID id, AudioUnitParameterValue value)
 {
-    check(AudioUnitSetParameter(mUnit, id, kAudioUnitScope_Global, 0, value, 0), "set a parameter");
+    check(trySetParameter(id, value), "set a parameter");
+}
+
+OSStatus PluginHost::trySetParameter(AudioUnitParameterID id, AudioUnitParameterValue value)
+{
+    return AudioUnitSetParameter(mUnit, id, kAudioUnitScope_Global, 0, value, 0);
 }
 
 AudioUnitParameterValue PluginHost::parameter(AudioUnitParameterID id) const
@@ -164,10 +184,14 @@ AudioUnitParameterValue PluginHost::parameter(AudioUnitParameterID id) const
 
 void PluginHost::setBypass(bool bypass)
 {
+    check(trySetBypass(bypass), "switch bypass");
+}
+
+OSStatus PluginHost::trySetBypass(bool bypass)
+{
     const UInt32 value = bypass ? 1 : 0;
-    check(AudioUnitSetProperty(mUnit, kAudioUnitProperty_BypassEffect, kAudioUnitScope_Global, 0,
-                               &value, sizeof(value)),
-          "switch bypass");
+    return AudioUnitSetProperty(mUnit, kAudioUnitProperty_BypassEffect, kAudioUnitScope_Global, 0,
+                                &value, sizeof(value));
 }
 
 CFRef<CFPropertyListRef> PluginHost::copyState() const
@@ -265,4 +289,31 @@ OSStatus PluginHost::render(float* const* in, float* const* out, unsigned frames
             std::memcpy(out[c], list->mBuffers[c].mData, frames * sizeof(float));
     mSampleTime += frames;
     return noErr;
+}
+
+void PluginHost::reset()
+{
+    check(AudioUnitReset(mUnit, kAudioUnitScope_Global, 0), "reset");
+    mSampleTime = 0.0;
+}
+
+OSStatus PluginHost::start()
+{
+    // A render stamped with the sample time of the previous one is taken for
+    // the same cycle and skipped, so the clock moves on by one frame.
+    float nowhere = 0.0f;
+    const std::vector<float*> none(std::max(mChannels, 1u), &nowhere);
+    const OSStatus status = render(none.data(), none.data(), 0);
+    mSampleTime += 1.0;
+    return status;
+}
+
+Float64 PluginHost::latencySeconds() const
+{
+    Float64 seconds = 0.0;
+    UInt32 size = sizeof(seconds);
+    if (AudioUnitGetProperty(mUnit, kAudioUnitProperty_Latency, kAudioUnitScope_Global, 0, &seconds,
+                             &size) != noErr)
+        return 0.0;
+    return seconds;
 }

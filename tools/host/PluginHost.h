@@ -45,6 +45,10 @@ public:
     PluginHost(const PluginHost&) = delete;
     PluginHost& operator=(const PluginHost&) = delete;
 
+    // The component's name ("Maker: Name") and version (0xMMMMmmbb). [control]
+    std::string componentName() const;
+    UInt32 componentVersion() const;
+
     // The unit's factory presets in its order; empty when it publishes none. [control]
     std::vector<PresetInfo> factoryPresets() const;
     // The global-scope parameters the unit lists, with their descriptions. [control]
@@ -56,6 +60,12 @@ public:
     void setParameter(AudioUnitParameterID id, AudioUnitParameterValue value);
     AudioUnitParameterValue parameter(AudioUnitParameterID id) const;
     void setBypass(bool bypass);
+
+    // As setParameter and setBypass, returning the unit's status instead of
+    // throwing. Leaving bypass resets the unit, which then sets up its stream
+    // again in the next render (see start()). [render: allocation-free]
+    OSStatus trySetParameter(AudioUnitParameterID id, AudioUnitParameterValue value);
+    OSStatus trySetBypass(bool bypass);
 
     // The unit's state (class-info dictionary), owned by the returned holder. [control]
     CFRef<CFPropertyListRef> copyState() const;
@@ -76,12 +86,25 @@ public:
     // unit may process the input buffers in place. Returns the unit's status. [render]
     OSStatus render(float* const* in, float* const* out, unsigned frames);
 
+    // After prepare(): returns the unit to its state before any render
+    // (AudioUnitReset) and restarts the render clock. Throws
+    // ToolError(kProcessingFailed). [control]
+    void reset();
+    // After prepare() or reset(): renders an empty slice, so that the unit
+    // sets up its stream (and allocates what it needs) now rather than in the
+    // next render. The slice takes a sample time of its own, one frame before
+    // the next render's. Returns the unit's status. [control]
+    OSStatus start();
+    // The unit's processing latency in seconds; 0 when it reports none. [control]
+    Float64 latencySeconds() const;
+
 private:
     // The unit's input callback: hands it the block being rendered. [render]
     static OSStatus supplyInput(void* refCon, AudioUnitRenderActionFlags* flags,
                                 const AudioTimeStamp* timeStamp, UInt32 bus, UInt32 frames,
                                 AudioBufferList* data);
 
+    AudioComponent mComponent;
     AudioUnit mUnit = nullptr;
     bool mInitialized = false;
     unsigned mChannels = 0;
