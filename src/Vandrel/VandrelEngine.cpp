@@ -3,6 +3,8 @@
 #include "CSineOscillator.h"
 #include "PlugHelpers.h"
 
+#include <emmintrin.h>
+
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -40,6 +42,26 @@ constexpr std::int64_t kMinHalfPeriod = 1;
 double Flush(double v)
 {
     return std::fabs(v) < kFlushThreshold ? 0.0 : v;
+}
+
+// Flush on two doubles at once, each exactly as Flush.
+inline __m128d FlushPair(__m128d v)
+{
+    const __m128d magnitude = _mm_andnot_pd(_mm_set1_pd(-0.0), v);
+    return _mm_andnot_pd(_mm_cmplt_pd(magnitude, _mm_set1_pd(kFlushThreshold)), v);
+}
+
+// Sample f of two channel buffers as a pair of doubles, and back.
+inline __m128d LoadPair(const float* samples0, const float* samples1, unsigned int f)
+{
+    return _mm_cvtps_pd(_mm_unpacklo_ps(_mm_load_ss(samples0 + f), _mm_load_ss(samples1 + f)));
+}
+
+inline void StorePair(float* samples0, float* samples1, unsigned int f, __m128d v)
+{
+    const __m128 narrowed = _mm_cvtpd_ps(v);
+    _mm_store_ss(samples0 + f, narrowed);
+    _mm_store_ss(samples1 + f, _mm_shuffle_ps(narrowed, narrowed, 1));
 }
 
 // Truncation toward zero to 32 bits that saturates instead of overflowing on
@@ -170,18 +192,19 @@ void FilterOne(float* samples, double* y1s, double* y2s, unsigned int frameCount
 }
 
 // Two channels with separate buffers: each frame's coefficients are computed
-// once for both, and the two independent filter recurrences interleave, which
-// hides each one's latency behind the other's. The state lives in named
-// locals so that it stays in registers.
+// once for both, and the two filters run side by side in the two lanes of
+// SSE2 registers, each lane with the one-sample routine's operations in its
+// order.
 template <bool kPhaser>
 void FilterPair(float* __restrict samples0, float* __restrict samples1, double* y1s, double* y2s,
                 unsigned int frameCount, const double* a1Table, const double* a2Table,
                 std::int64_t last, double wet, double dry, double& pos, double& step)
 {
-    double y1a = y1s[0];
-    double y2a = y2s[0];
-    double y1b = y1s[1];
-    double y2b = y2s[1];
+    __m128d y1 = _mm_set_pd(y1s[1], y1s[0]);
+    __m128d y2 = _mm_set_pd(y2s[1], y2s[0]);
+    const __m128d wetPair = _mm_set1_pd(wet);
+    const __m128d dryPair = _mm_set1_pd(dry);
+    const __m128d half = _mm_set1_pd(0.5);
     double p = pos;
     double s = step;
     for (unsigned int f = 0; f < frameCount; ++f) {
@@ -189,17 +212,22 @@ void FilterPair(float* __restrict samples0, float* __restrict samples1, double* 
         double a2;
         InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
         AdvanceSweep(p, s, last);
-        const double x0 = static_cast<double>(samples0[f]);
-        const double x1 = static_cast<double>(samples1[f]);
-        const double out0 = AllPass(x0, a1, a2, y1a, y2a);
-        const double out1 = AllPass(x1, a1, a2, y1b, y2b);
-        samples0[f] = MixWah<kPhaser>(x0, out0, wet, dry);
-        samples1[f] = MixWah<kPhaser>(x1, out1, wet, dry);
+        const __m128d x = LoadPair(samples0, samples1, f);
+        const __m128d a1Pair = _mm_set1_pd(a1);
+        const __m128d a2Pair = _mm_set1_pd(a2);
+        const __m128d a1y1 = _mm_mul_pd(a1Pair, y1);
+        const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
+        const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
+        y2 = y1;
+        y1 = FlushPair(w);
+        const __m128d processed = kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
+        StorePair(samples0, samples1, f,
+                  _mm_add_pd(_mm_mul_pd(processed, wetPair), _mm_mul_pd(x, dryPair)));
     }
-    y1s[0] = y1a;
-    y2s[0] = y2a;
-    y1s[1] = y1b;
-    y2s[1] = y2b;
+    _mm_storel_pd(y1s, y1);
+    _mm_storeh_pd(y1s + 1, y1);
+    _mm_storel_pd(y2s, y2);
+    _mm_storeh_pd(y2s + 1, y2);
     pos = p;
     step = s;
 }
@@ -224,9 +252,11 @@ CVandrelEngine::CVandrelEngine()
       lWritePos(0), adFlangeMem(), lLfoIndex(0), dReadCenter(0.0), dLfoPeriod(0.0), dLfoOmega(0.0),
       dSweepDepth(0.0), pdDelay(nullptr), dDelayGain(0.0), dMemGain(0.0), dFeedback(0.0),
       adChanGain(), dSamplesPerMs(0.0), lWahTableLen(0), dWahPos(0.0), dWahStep(0.0),
-      pdWahA1(nullptr), pdWahA2(nullptr), adWahY1(), adWahY2(), pOsc(nullptr),
-      bWahTablesBuilt(false), lWahBuiltRate(0), lWahBuiltDepth(0), lWahBuiltCenter(0),
-      lWahBuiltResonance(0), nWahBuiltSampleRate(0)
+      pdWahA1(*this), pdWahA2(*this), adWahY1(), adWahY2(), pOsc(nullptr), bWahTablesBuilt(false),
+      lWahBuiltLength(0), lWahBuiltDepth(0), lWahBuiltCenter(0), lWahBuiltResonance(0),
+      nWahBuiltSampleRate(0), bLevelsConverted(false), lConvertedWetOut(0), lConvertedDryOut(0),
+      dWetRatio(0.0), dDryRatio(0.0), mWahFrequencies(), dWahQuality(0.0), lWahValidFirst(1),
+      lWahValidLast(0)
 {
 }
 
@@ -237,13 +267,13 @@ CVandrelEngine::~CVandrelEngine()
 
 void CVandrelEngine::ReleaseBlocks()
 {
-    if (pdWahA1 != nullptr) {
-        PlugMemFree(pdWahA1);
-        pdWahA1 = nullptr;
+    if (pdWahA1.mData != nullptr) {
+        PlugMemFree(pdWahA1.mData);
+        pdWahA1.mData = nullptr;
     }
-    if (pdWahA2 != nullptr) {
-        PlugMemFree(pdWahA2);
-        pdWahA2 = nullptr;
+    if (pdWahA2.mData != nullptr) {
+        PlugMemFree(pdWahA2.mData);
+        pdWahA2.mData = nullptr;
     }
     if (pdDelay != nullptr) {
         PlugMemFree(pdDelay);
@@ -256,7 +286,8 @@ void CVandrelEngine::ReleaseBlocks()
 
 bool CVandrelEngine::HasStreamState() const
 {
-    return pdDelay != nullptr && pdWahA1 != nullptr && pdWahA2 != nullptr && pOsc != nullptr;
+    return pdDelay != nullptr && pdWahA1.mData != nullptr && pdWahA2.mData != nullptr &&
+           pOsc != nullptr;
 }
 
 std::int32_t CVandrelEngine::TransformBegin(int channels, int sampleRate, _transform_props& props)
@@ -275,8 +306,19 @@ std::int32_t CVandrelEngine::TransformBegin(int channels, int sampleRate, _trans
 std::int32_t CVandrelEngine::TransformCookProperties(_transform_props& props, TRANSFORM_STATE state)
 {
     lEffect = props.lEffect;
-    dWet = PlugGetRatioFromdB(static_cast<long>(props.lWetOut), kLevelFloorDb);
-    dDry = PlugGetRatioFromdB(static_cast<long>(props.lDryOut), kLevelFloorDb);
+    // The conversion is a pure function of the level: a level seen at the
+    // last cook keeps its ratio.
+    if (!bLevelsConverted || props.lWetOut != lConvertedWetOut) {
+        dWetRatio = PlugGetRatioFromdB(static_cast<long>(props.lWetOut), kLevelFloorDb);
+        lConvertedWetOut = props.lWetOut;
+    }
+    if (!bLevelsConverted || props.lDryOut != lConvertedDryOut) {
+        dDryRatio = PlugGetRatioFromdB(static_cast<long>(props.lDryOut), kLevelFloorDb);
+        lConvertedDryOut = props.lDryOut;
+    }
+    bLevelsConverted = true;
+    dWet = dWetRatio;
+    dDry = dDryRatio;
 
     // Without its state (allocation failed, or no stream begun) the engine
     // does no setup and renders nothing until a TransformBegin succeeds.
@@ -324,15 +366,15 @@ std::int32_t CVandrelEngine::InitializeEffects()
     delete pOsc;
     pOsc = new (std::nothrow) CSineOscillator(0.0, 0.0, 0, kLfoReseedInterval);
 
-    if (pdWahA1 != nullptr) {
-        PlugMemFree(pdWahA1);
+    if (pdWahA1.mData != nullptr) {
+        PlugMemFree(pdWahA1.mData);
     }
-    if (pdWahA2 != nullptr) {
-        PlugMemFree(pdWahA2);
+    if (pdWahA2.mData != nullptr) {
+        PlugMemFree(pdWahA2.mData);
     }
     const long long tableBytes = kWahTableSize * static_cast<long long>(sizeof(double));
-    pdWahA1 = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
-    pdWahA2 = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
+    pdWahA1.mData = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
+    pdWahA2.mData = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
     bWahTablesBuilt = false;
 
     // The sweep direction (dWahStep) and the filter memories of channels 2
@@ -390,7 +432,8 @@ std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFOR
         dWahStep = static_cast<double>(len) / static_cast<double>(halfPeriod);
     }
 
-    if (bWahTablesBuilt && lWahBuiltRate == props.lModRate && lWahBuiltDepth == props.lModDepth &&
+    // The rate enters the tables only through their length.
+    if (bWahTablesBuilt && lWahBuiltLength == len && lWahBuiltDepth == props.lModDepth &&
         lWahBuiltCenter == props.lCenterFreq && lWahBuiltResonance == props.lResonance &&
         nWahBuiltSampleRate == nSampleRate) {
         return kStatusOK;
@@ -413,21 +456,122 @@ std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFOR
     const double top = hi < 0.5 ? hi : 0.5;
     const double inc = (top - lo) / static_cast<double>(len);
 
-    double f = lo;
-    for (std::int64_t j = 0; j < len; ++j) {
-        const double c = std::cos(f * kTwoPi);
-        pdWahA1[j] = std::exp(f * -kPi / quality) * (c + c);
-        pdWahA2[j] = std::exp(f * -kTwoPi / quality);
-        f += inc;
+    // Entry j is computed when first needed, from its frequency, the running
+    // sum lo + inc + inc + ... of j increments. A sum that cannot be split
+    // into runs (settings far outside the parameter ranges) is taken in
+    // full now, with every entry.
+    dWahQuality = quality;
+    lWahValidFirst = 1;
+    lWahValidLast = 0;
+    if (!mWahFrequencies.Build(lo, inc, len)) {
+        double* const a1Table = pdWahA1.mData;
+        double* const a2Table = pdWahA2.mData;
+        double f = lo;
+        for (std::int64_t j = 0; j < len; ++j) {
+            const double c = std::cos(f * kTwoPi);
+            a1Table[j] = std::exp(f * -kPi / quality) * (c + c);
+            a2Table[j] = std::exp(f * -kTwoPi / quality);
+            f += inc;
+        }
+        lWahValidFirst = 0;
+        lWahValidLast = len - 1;
     }
 
     bWahTablesBuilt = true;
-    lWahBuiltRate = props.lModRate;
+    lWahBuiltLength = len;
     lWahBuiltDepth = props.lModDepth;
     lWahBuiltCenter = props.lCenterFreq;
     lWahBuiltResonance = props.lResonance;
     nWahBuiltSampleRate = nSampleRate;
     return kStatusOK;
+}
+
+void CVandrelEngine::ComputeWahEntries(std::int64_t first, std::int64_t last)
+{
+    if (!bWahTablesBuilt || pdWahA1.mData == nullptr || pdWahA2.mData == nullptr) {
+        return;
+    }
+    if (first < 0) {
+        first = 0;
+    }
+    if (last > lWahTableLen - 1) {
+        last = lWahTableLen - 1;
+    }
+    if (first > last) {
+        return;
+    }
+    double* const a1Table = pdWahA1.mData;
+    double* const a2Table = pdWahA2.mData;
+    const double quality = dWahQuality;
+    auto compute = [a1Table, a2Table, quality](std::int64_t j, double f) {
+        const double c = std::cos(f * kTwoPi);
+        a1Table[j] = std::exp(f * -kPi / quality) * (c + c);
+        a2Table[j] = std::exp(f * -kTwoPi / quality);
+    };
+    if (lWahValidFirst > lWahValidLast) {
+        mWahFrequencies.ForEach(first, last, compute);
+        lWahValidFirst = first;
+        lWahValidLast = last;
+        return;
+    }
+    if (first < lWahValidFirst) {
+        mWahFrequencies.ForEach(first, lWahValidFirst - 1, compute);
+        lWahValidFirst = first;
+    }
+    if (last > lWahValidLast) {
+        mWahFrequencies.ForEach(lWahValidLast + 1, last, compute);
+        lWahValidLast = last;
+    }
+}
+
+void CVandrelEngine::PrepareWahEntries(unsigned int frameCount)
+{
+    const std::int64_t last = lWahTableLen - 1;
+    if (lWahValidFirst <= 0 && lWahValidLast >= last) {
+        return;
+    }
+    // The sweep moves at most |step| per frame and turns at the ends; the
+    // margin covers the rounding of its running position and the entry after
+    // each position.
+    const double end = static_cast<double>(last);
+    const double p = dWahPos;
+    const double reach = static_cast<double>(frameCount) * std::fabs(dWahStep) + 2.0;
+    double lo = 0.0;
+    double hi = end;
+    if (p > end) {
+        lo = end - reach;
+    } else if (p >= 0.0 && dWahStep >= 0.0) {
+        lo = p - 1.0;
+        hi = p + reach;
+        if (hi > end) {
+            lo = std::fmin(lo, end - (hi - end));
+        }
+    } else if (p >= 0.0) {
+        lo = p - reach;
+        hi = p + 1.0;
+        if (lo < 0.0) {
+            hi = std::fmax(hi, -lo);
+        }
+    }
+    const std::int64_t first = lo > 0.0 ? static_cast<std::int64_t>(lo) : 0;
+    const std::int64_t lastEntry = hi < end ? static_cast<std::int64_t>(hi) + 2 : last;
+    ComputeWahEntries(first, lastEntry);
+}
+
+double CSweepTableView::operator[](std::int64_t j) const
+{
+    if (j >= 0 && j < mOwner.lWahTableLen) {
+        mOwner.ComputeWahEntries(j, j);
+    }
+    return mData[j];
+}
+
+CSweepTableView::operator const double*() const
+{
+    if (mData != nullptr) {
+        mOwner.ComputeWahEntries(0, mOwner.lWahTableLen - 1);
+    }
+    return mData;
 }
 
 std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned int channelCount,
@@ -496,13 +640,190 @@ std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned 
     return 0;
 }
 
+void CVandrelEngine::ProcessFlange_Block(float** channels, unsigned int channelCount,
+                                         unsigned int frameCount)
+{
+    // The block keeps the read centre and the oscillator index as integers,
+    // which they always are; anything else, and channels whose buffers share
+    // samples (each may read what an earlier one wrote), go frame by frame.
+    const double period = dLfoPeriod;
+    const double center = dReadCenter;
+    const bool wholeNumbers =
+        center >= 0.0 && center <= 6499.0 && center == std::floor(center) && period >= -0x1p53 &&
+        period <= 0x1p53 && period == std::floor(period) && lLfoIndex >= 0 &&
+        lLfoIndex < (std::int64_t{1} << 53) && lWritePos >= 0 && lWritePos < kDelayFrames;
+    if (!wholeNumbers || BuffersOverlap(channels, channelCount, frameCount)) {
+        for (unsigned int f = 0; f < frameCount; ++f) {
+            ProcessFlange_FloatCell(channels, channelCount, f);
+        }
+        return;
+    }
+
+    // The index wraps to 0 once it reaches the period: for whole numbers
+    // below 2^53 the integer comparison is the double one.
+    const std::int64_t wrapAt = period < 1.0 ? 1 : static_cast<std::int64_t>(period);
+    std::int64_t lfoIndex = lLfoIndex;
+    std::int64_t readCenter = static_cast<std::int64_t>(center);
+    std::int64_t writePos = lWritePos;
+
+    // The oscillator's recurrence runs here in locals; a request that it
+    // would serve by re-seeding goes to the oscillator itself.
+    CSineOscillator& osc = *pOsc;
+    double coef = osc.dCoef;
+    double prev1 = osc.dPrev1;
+    double prev2 = osc.dPrev2;
+    std::int32_t next = osc.nNext;
+    std::int32_t steps = osc.nSteps;
+    const std::int32_t maxSteps = osc.nMaxSteps;
+    double cur = osc.dCur;
+
+    const double depth = dSweepDepth;
+    const double memGain = dMemGain;
+    const double delayGain = dDelayGain;
+    const double feedback = dFeedback;
+    const double dry = dDry;
+    const double wet = dWet;
+    double* const line = pdDelay;
+    const std::int64_t stride = channelCount;
+    const std::int64_t lineLen = kDelayFrames * stride;
+
+    __m128d memPair = _mm_set_pd(adFlangeMem[1], adFlangeMem[0]);
+    const __m128d memGainPair = _mm_set1_pd(memGain);
+    const __m128d delayGainPair = _mm_set1_pd(delayGain);
+    const __m128d feedbackPair = _mm_set1_pd(feedback);
+    const __m128d dryPair = _mm_set1_pd(dry);
+    const __m128d wetPair = _mm_set1_pd(wet);
+    const __m128d gainPair = _mm_set_pd(adChanGain[1], adChanGain[0]);
+    float* const samples0 = channelCount > 0 ? channels[0] : nullptr;
+    float* const samples1 = channelCount > 1 ? channels[1] : nullptr;
+
+    for (unsigned int f = 0; f < frameCount; ++f) {
+        const std::int32_t n = LowWord(lfoIndex);
+        double s;
+        if (steps > maxSteps || next != n) {
+            osc.dCoef = coef;
+            osc.dPrev1 = prev1;
+            osc.dPrev2 = prev2;
+            osc.nNext = next;
+            osc.nSteps = steps;
+            s = osc.FindNthSine(n);
+            coef = osc.dCoef;
+            prev1 = osc.dPrev1;
+            prev2 = osc.dPrev2;
+            next = osc.nNext;
+            steps = osc.nSteps;
+        } else {
+            s = coef * prev1 - prev2;
+            ++steps;
+            prev2 = prev1;
+            prev1 = s;
+            next = static_cast<std::int32_t>(static_cast<std::uint32_t>(n) + 1u);
+        }
+        cur = s;
+
+        double pos = s * depth + static_cast<double>(readCenter);
+        if (pos >= 6500.0) {
+            pos = pos - 6500.0;
+        } else if (pos < 0.0) {
+            pos = pos + 6500.0;
+        }
+        const bool regular = pos >= 0.0 && pos < 6500.0;
+        const std::int32_t i = regular ? static_cast<std::int32_t>(pos) : TruncToInt32(pos);
+        const double frac = pos - static_cast<double>(i);
+        std::int64_t idx0 = static_cast<std::int64_t>(i) * stride;
+        if (idx0 > lineLen - 1) {
+            idx0 = lineLen - 1;
+        }
+        if (idx0 < 0) {
+            idx0 = 0;
+        }
+        std::int64_t idx1 = idx0 + stride;
+        if (idx1 >= lineLen) {
+            idx1 -= lineLen;
+        }
+
+        if (--readCenter < 0) {
+            readCenter = 6499;
+        }
+        if (++lfoIndex >= wrapAt) {
+            lfoIndex = 0;
+        }
+
+        double* const writeFrame = line + writePos * stride;
+        writePos = writePos > 0 ? writePos - 1 : kDelayFrames - 1;
+        if (regular && channelCount == 2) {
+            // Both taps of a channel lie in its own column of the line, so
+            // the two channels touch disjoint samples and run side by side.
+            const __m128d newer = _mm_loadu_pd(line + idx0);
+            const __m128d older = _mm_loadu_pd(line + idx1);
+            const __m128d interpolated =
+                _mm_add_pd(_mm_mul_pd(_mm_sub_pd(older, newer), _mm_set1_pd(frac)), newer);
+            const __m128d d = _mm_add_pd(_mm_mul_pd(memGainPair, memPair),
+                                         _mm_mul_pd(interpolated, delayGainPair));
+            memPair = FlushPair(d);
+            const __m128d x = LoadPair(samples0, samples1, f);
+            _mm_storeu_pd(writeFrame, FlushPair(_mm_add_pd(_mm_mul_pd(feedbackPair, d), x)));
+            StorePair(
+                samples0, samples1, f,
+                _mm_add_pd(_mm_mul_pd(x, dryPair), _mm_mul_pd(_mm_mul_pd(d, wetPair), gainPair)));
+            continue;
+        }
+        if (channelCount == 2) {
+            _mm_storel_pd(adFlangeMem, memPair);
+            _mm_storeh_pd(adFlangeMem + 1, memPair);
+        }
+        for (unsigned int c = 0; c < channelCount; ++c) {
+            const double older = line[idx1];
+            const double newer = line[idx0];
+            const double d =
+                memGain * adFlangeMem[c] + ((older - newer) * frac + newer) * delayGain;
+            adFlangeMem[c] = Flush(d);
+            const double x = static_cast<double>(channels[c][f]);
+            writeFrame[c] = Flush(feedback * d + x);
+            double out;
+            if (channelCount == 1) {
+                out = x * dry + d * wet;
+            } else {
+                out = x * dry + (d * wet) * adChanGain[c];
+            }
+            channels[c][f] = static_cast<float>(out);
+            if (++idx0 >= lineLen) {
+                idx0 = 0;
+            }
+            if (++idx1 >= lineLen) {
+                idx1 = 0;
+            }
+        }
+        if (channelCount == 2) {
+            memPair = _mm_set_pd(adFlangeMem[1], adFlangeMem[0]);
+        }
+    }
+
+    if (channelCount == 2) {
+        _mm_storel_pd(adFlangeMem, memPair);
+        _mm_storeh_pd(adFlangeMem + 1, memPair);
+    }
+    osc.dCoef = coef;
+    osc.dPrev1 = prev1;
+    osc.dPrev2 = prev2;
+    osc.nNext = next;
+    osc.nSteps = steps;
+    osc.dCur = cur;
+    lLfoIndex = lfoIndex;
+    dReadCenter = static_cast<double>(readCenter);
+    lWritePos = writePos;
+}
+
 float CVandrelEngine::ProcessWahWah_FloatSample(float* sample, unsigned int channel)
 {
     const double x = static_cast<double>(*sample);
     const std::int64_t last = lWahTableLen - 1;
+    if (lWahValidFirst > 0 || lWahValidLast < last) {
+        PrepareWahEntries(1);
+    }
     double a1;
     double a2;
-    InterpolateSweep(pdWahA1, pdWahA2, last, dWahPos, a1, a2);
+    InterpolateSweep(pdWahA1.mData, pdWahA2.mData, last, dWahPos, a1, a2);
     AdvanceSweep(dWahPos, dWahStep, last);
     const double a = AllPass(x, a1, a2, adWahY1[channel], adWahY2[channel]);
     return lEffect == kEffect_Phaser ? MixWah<true>(x, a, dWet, dDry)
@@ -514,6 +835,7 @@ void CVandrelEngine::ProcessWahWah_Block(float** channels, unsigned int channelC
 {
     // Every channel replays the same sweep positions; the last channel's
     // end state carries into the next call.
+    PrepareWahEntries(frameCount);
     const double startPos = dWahPos;
     const double startStep = dWahStep;
 
@@ -534,8 +856,8 @@ void CVandrelEngine::ProcessWahWah_Block(float** channels, unsigned int channelC
     // Separate buffers: channels run in pairs through one pass each, with the
     // engine's fields held in locals for the pass.
     const bool phaser = lEffect == kEffect_Phaser;
-    const double* const a1Table = pdWahA1;
-    const double* const a2Table = pdWahA2;
+    const double* const a1Table = pdWahA1.mData;
+    const double* const a2Table = pdWahA2.mData;
     const std::int64_t last = lWahTableLen - 1;
     const double wet = dWet;
     const double dry = dDry;
@@ -588,9 +910,7 @@ std::int32_t CVandrelEngine::TransformFloat(TRANSFORM_STATE, float** channels,
     // flanged.
     if (runnable && lEffect == kEffect_Flange &&
         channelCount <= static_cast<unsigned int>(nChannels)) {
-        for (unsigned int f = 0; f < frameCount; ++f) {
-            ProcessFlange_FloatCell(channels, channelCount, f);
-        }
+        ProcessFlange_Block(channels, channelCount, frameCount);
         return kStatusOK;
     }
 
