@@ -5,6 +5,7 @@
 
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -230,6 +231,78 @@ void FilterPair(float* __restrict samples0, float* __restrict samples1, double* 
     _mm_storeh_pd(y2s + 1, y2);
     pos = p;
     step = s;
+}
+
+// The flanger's read position for oscillator value s, within one wrap of
+// the line.
+inline double FlangeReadPosition(double s, double depth, double center)
+{
+    double pos = s * depth + center;
+    if (pos >= 6500.0) {
+        pos = pos - 6500.0;
+    } else if (pos < 0.0) {
+        pos = pos + 6500.0;
+    }
+    return pos;
+}
+
+// The first samples of the read frame i and of the next (older) frame of a
+// line of `stride` channels. A read position outside one wrap of the line
+// (only from depths beyond the parameter range) is held at the line's ends.
+inline void FlangeTaps(std::int32_t i, std::int64_t stride, std::int64_t& idx0, std::int64_t& idx1)
+{
+    const std::int64_t lineLen = CVandrelEngine::kDelayFrames * stride;
+    idx0 = static_cast<std::int64_t>(i) * stride;
+    if (idx0 > lineLen - 1) {
+        idx0 = lineLen - 1;
+    }
+    if (idx0 < 0) {
+        idx0 = 0;
+    }
+    idx1 = idx0 + stride;
+    if (idx1 >= lineLen) {
+        idx1 -= lineLen;
+    }
+}
+
+struct FlangeGains
+{
+    double memGain;
+    double delayGain;
+    double feedback;
+    double dry;
+    double wet;
+    const double* chanGain;
+};
+
+// The channel loop of one flanger frame, channel after channel: each reads
+// its taps, then writes its sample of writeFrame and its output.
+inline void FlangeChannels(float* const* channels, unsigned int channelCount, unsigned int frame,
+                           double* line, std::int64_t idx0, std::int64_t idx1, double frac,
+                           double* writeFrame, double* mem, const FlangeGains& g)
+{
+    const std::int64_t lineLen = CVandrelEngine::kDelayFrames * std::int64_t{channelCount};
+    for (unsigned int c = 0; c < channelCount; ++c) {
+        const double older = line[idx1];
+        const double newer = line[idx0];
+        const double d = g.memGain * mem[c] + ((older - newer) * frac + newer) * g.delayGain;
+        mem[c] = Flush(d);
+        const double x = static_cast<double>(channels[c][frame]);
+        writeFrame[c] = Flush(g.feedback * d + x);
+        double out;
+        if (channelCount == 1) {
+            out = x * g.dry + d * g.wet;
+        } else {
+            out = x * g.dry + (d * g.wet) * g.chanGain[c];
+        }
+        channels[c][frame] = static_cast<float>(out);
+        if (++idx0 >= lineLen) {
+            idx0 = 0;
+        }
+        if (++idx1 >= lineLen) {
+            idx1 = 0;
+        }
+    }
 }
 
 // Whether any two of the channel buffers share a sample.
@@ -579,30 +652,13 @@ std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned 
 {
     const double s = pOsc->FindNthSine(LowWord(lLfoIndex));
 
-    double pos = s * dSweepDepth + dReadCenter;
-    if (pos >= 6500.0) {
-        pos = pos - 6500.0;
-    } else if (pos < 0.0) {
-        pos = pos + 6500.0;
-    }
+    const double pos = FlangeReadPosition(s, dSweepDepth, dReadCenter);
     const std::int32_t i = TruncToInt32(pos);
     const double frac = pos - static_cast<double>(i);
-
-    // A read position outside one wrap of the line (only from depths beyond
-    // the parameter range) is held at the line's ends.
     const std::int64_t stride = channelCount;
-    const std::int64_t lineLen = kDelayFrames * stride;
-    std::int64_t idx0 = static_cast<std::int64_t>(i) * stride;
-    if (idx0 > lineLen - 1) {
-        idx0 = lineLen - 1;
-    }
-    if (idx0 < 0) {
-        idx0 = 0;
-    }
-    std::int64_t idx1 = idx0 + stride;
-    if (idx1 >= lineLen) {
-        idx1 -= lineLen;
-    }
+    std::int64_t idx0;
+    std::int64_t idx1;
+    FlangeTaps(i, stride, idx0, idx1);
 
     dReadCenter = dReadCenter - 1.0;
     if (dReadCenter < 0.0) {
@@ -613,62 +669,29 @@ std::int32_t CVandrelEngine::ProcessFlange_FloatCell(float** channels, unsigned 
         lLfoIndex = 0;
     }
 
-    double* const writeFrame = pdDelay + lWritePos * stride;
-    for (unsigned int c = 0; c < channelCount; ++c) {
-        const double older = pdDelay[idx1];
-        const double newer = pdDelay[idx0];
-        const double d = dMemGain * adFlangeMem[c] + ((older - newer) * frac + newer) * dDelayGain;
-        adFlangeMem[c] = Flush(d);
-        const double x = static_cast<double>(channels[c][frame]);
-        writeFrame[c] = Flush(dFeedback * d + x);
-        double out;
-        if (channelCount == 1) {
-            out = x * dDry + d * dWet;
-        } else {
-            out = x * dDry + (d * dWet) * adChanGain[c];
-        }
-        channels[c][frame] = static_cast<float>(out);
-        if (++idx0 >= lineLen) {
-            idx0 = 0;
-        }
-        if (++idx1 >= lineLen) {
-            idx1 = 0;
-        }
-    }
+    const FlangeGains gains{dMemGain, dDelayGain, dFeedback, dDry, dWet, adChanGain};
+    FlangeChannels(channels, channelCount, frame, pdDelay, idx0, idx1, frac,
+                   pdDelay + lWritePos * stride, adFlangeMem, gains);
 
     lWritePos = lWritePos > 0 ? lWritePos - 1 : kDelayFrames - 1;
     return 0;
 }
 
-void CVandrelEngine::ProcessFlange_Block(float** channels, unsigned int channelCount,
-                                         unsigned int frameCount)
+namespace {
+
+// The flanger over a block of one or two channels with separate buffers. The
+// oscillator's recurrence runs in locals, in stretches with no re-seed and no
+// wrap of the oscillator index, read centre or write position inside; each
+// stretch then needs no per-frame bookkeeping. Two channels run side by side
+// in the lanes of SSE2 registers: their taps lie in their own columns of the
+// line (at a read position within one wrap), so neither touches what the
+// other writes. Every channel's operations are ProcessFlange_FloatCell's.
+template <unsigned int kChannels>
+void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, std::int64_t wrapAt)
 {
-    // The block keeps the read centre and the oscillator index as integers,
-    // which they always are; anything else, and channels whose buffers share
-    // samples (each may read what an earlier one wrote), go frame by frame.
-    const double period = dLfoPeriod;
-    const double center = dReadCenter;
-    const bool wholeNumbers =
-        center >= 0.0 && center <= 6499.0 && center == std::floor(center) && period >= -0x1p53 &&
-        period <= 0x1p53 && period == std::floor(period) && lLfoIndex >= 0 &&
-        lLfoIndex < (std::int64_t{1} << 53) && lWritePos >= 0 && lWritePos < kDelayFrames;
-    if (!wholeNumbers || BuffersOverlap(channels, channelCount, frameCount)) {
-        for (unsigned int f = 0; f < frameCount; ++f) {
-            ProcessFlange_FloatCell(channels, channelCount, f);
-        }
-        return;
-    }
-
-    // The index wraps to 0 once it reaches the period: for whole numbers
-    // below 2^53 the integer comparison is the double one.
-    const std::int64_t wrapAt = period < 1.0 ? 1 : static_cast<std::int64_t>(period);
-    std::int64_t lfoIndex = lLfoIndex;
-    std::int64_t readCenter = static_cast<std::int64_t>(center);
-    std::int64_t writePos = lWritePos;
-
-    // The oscillator's recurrence runs here in locals; a request that it
-    // would serve by re-seeding goes to the oscillator itself.
-    CSineOscillator& osc = *pOsc;
+    constexpr std::int64_t kStride = kChannels;
+    constexpr std::int64_t kLast = CVandrelEngine::kDelayFrames - 1;
+    CSineOscillator& osc = *e.pOsc;
     double coef = osc.dCoef;
     double prev1 = osc.dPrev1;
     double prev2 = osc.dPrev2;
@@ -676,132 +699,128 @@ void CVandrelEngine::ProcessFlange_Block(float** channels, unsigned int channelC
     std::int32_t steps = osc.nSteps;
     const std::int32_t maxSteps = osc.nMaxSteps;
     double cur = osc.dCur;
+    std::int64_t lfoIndex = e.lLfoIndex;
+    std::int64_t readCenter = static_cast<std::int64_t>(e.dReadCenter);
+    std::int64_t writePos = e.lWritePos;
 
-    const double depth = dSweepDepth;
-    const double memGain = dMemGain;
-    const double delayGain = dDelayGain;
-    const double feedback = dFeedback;
-    const double dry = dDry;
-    const double wet = dWet;
-    double* const line = pdDelay;
-    const std::int64_t stride = channelCount;
-    const std::int64_t lineLen = kDelayFrames * stride;
+    const double depth = e.dSweepDepth;
+    const FlangeGains gains{e.dMemGain, e.dDelayGain, e.dFeedback, e.dDry, e.dWet, e.adChanGain};
+    double* const line = e.pdDelay;
+    float* const samples0 = channels[0];
+    float* const samples1 = channels[kChannels - 1];
+    const __m128d memGain = _mm_set1_pd(gains.memGain);
+    const __m128d delayGain = _mm_set1_pd(gains.delayGain);
+    const __m128d feedback = _mm_set1_pd(gains.feedback);
+    const __m128d dry = _mm_set1_pd(gains.dry);
+    const __m128d wet = _mm_set1_pd(gains.wet);
+    const __m128d chanGain = _mm_set_pd(e.adChanGain[1], e.adChanGain[0]);
+    __m128d memPair = _mm_set_pd(e.adFlangeMem[1], e.adFlangeMem[0]);
+    double mem = e.adFlangeMem[0];
 
-    __m128d memPair = _mm_set_pd(adFlangeMem[1], adFlangeMem[0]);
-    const __m128d memGainPair = _mm_set1_pd(memGain);
-    const __m128d delayGainPair = _mm_set1_pd(delayGain);
-    const __m128d feedbackPair = _mm_set1_pd(feedback);
-    const __m128d dryPair = _mm_set1_pd(dry);
-    const __m128d wetPair = _mm_set1_pd(wet);
-    const __m128d gainPair = _mm_set_pd(adChanGain[1], adChanGain[0]);
-    float* const samples0 = channelCount > 0 ? channels[0] : nullptr;
-    float* const samples1 = channelCount > 1 ? channels[1] : nullptr;
-
-    for (unsigned int f = 0; f < frameCount; ++f) {
+    unsigned int f = 0;
+    while (f < frameCount) {
+        // A request the oscillator would serve by re-seeding: the re-seed
+        // then one recurrence step, as FindNthSine does it.
         const std::int32_t n = LowWord(lfoIndex);
-        double s;
         if (steps > maxSteps || next != n) {
-            osc.dCoef = coef;
-            osc.dPrev1 = prev1;
-            osc.dPrev2 = prev2;
-            osc.nNext = next;
-            osc.nSteps = steps;
-            s = osc.FindNthSine(n);
+            osc.Init(osc.dOmega, osc.dPhase, n);
             coef = osc.dCoef;
             prev1 = osc.dPrev1;
             prev2 = osc.dPrev2;
-            next = osc.nNext;
             steps = osc.nSteps;
-        } else {
-            s = coef * prev1 - prev2;
-            ++steps;
+        }
+        std::int64_t count =
+            std::min<std::int64_t>(frameCount - f, std::max(1, maxSteps - steps + 1));
+        count = std::min(count, std::max<std::int64_t>(1, wrapAt - lfoIndex));
+        count = std::min(count, std::min(readCenter, writePos) + 1);
+        double center = static_cast<double>(readCenter);
+        double* writeFrame = line + writePos * kStride;
+        const unsigned int start = f;
+        const unsigned int end = f + static_cast<unsigned int>(count);
+        double pos = 0.0;
+        for (; f < end; ++f) {
+            cur = coef * prev1 - prev2;
             prev2 = prev1;
-            prev1 = s;
-            next = static_cast<std::int32_t>(static_cast<std::uint32_t>(n) + 1u);
+            prev1 = cur;
+            pos = cur * depth + center;
+            if (!(pos >= 0.0 && pos < 6500.0)) {
+                pos = FlangeReadPosition(cur, depth, center);
+                if (!(pos >= 0.0 && pos < 6500.0)) {
+                    break;
+                }
+            }
+            const std::int32_t i = static_cast<std::int32_t>(pos);
+            const double frac = pos - static_cast<double>(i);
+            const double* const newerFrame = line + i * kStride;
+            const double* const olderFrame = i < kLast ? newerFrame + kStride : line;
+            if (kChannels == 2) {
+                const __m128d newer = _mm_loadu_pd(newerFrame);
+                const __m128d older = _mm_loadu_pd(olderFrame);
+                const __m128d interpolated =
+                    _mm_add_pd(_mm_mul_pd(_mm_sub_pd(older, newer), _mm_set1_pd(frac)), newer);
+                const __m128d d =
+                    _mm_add_pd(_mm_mul_pd(memGain, memPair), _mm_mul_pd(interpolated, delayGain));
+                memPair = FlushPair(d);
+                const __m128d x = LoadPair(samples0, samples1, f);
+                _mm_storeu_pd(writeFrame, FlushPair(_mm_add_pd(_mm_mul_pd(feedback, d), x)));
+                StorePair(samples0, samples1, f,
+                          _mm_add_pd(_mm_mul_pd(x, dry), _mm_mul_pd(_mm_mul_pd(d, wet), chanGain)));
+            } else {
+                const double older = *olderFrame;
+                const double newer = *newerFrame;
+                const double d =
+                    gains.memGain * mem + ((older - newer) * frac + newer) * gains.delayGain;
+                mem = Flush(d);
+                const double x = static_cast<double>(samples0[f]);
+                *writeFrame = Flush(gains.feedback * d + x);
+                samples0[f] = static_cast<float>(x * gains.dry + d * gains.wet);
+            }
+            center -= 1.0;
+            writeFrame -= kStride;
         }
-        cur = s;
-
-        double pos = s * depth + static_cast<double>(readCenter);
-        if (pos >= 6500.0) {
-            pos = pos - 6500.0;
-        } else if (pos < 0.0) {
-            pos = pos + 6500.0;
+        if (f < end) {
+            // A read position outside the line (depths beyond the parameter
+            // range, NaN): taps held at the line's ends, channel after
+            // channel, as ProcessFlange_FloatCell does it.
+            const std::int32_t i = TruncToInt32(pos);
+            std::int64_t idx0;
+            std::int64_t idx1;
+            FlangeTaps(i, kStride, idx0, idx1);
+            if (kChannels == 2) {
+                _mm_storel_pd(e.adFlangeMem, memPair);
+                _mm_storeh_pd(e.adFlangeMem + 1, memPair);
+            } else {
+                e.adFlangeMem[0] = mem;
+            }
+            FlangeChannels(channels, kChannels, f, line, idx0, idx1, pos - static_cast<double>(i),
+                           writeFrame, e.adFlangeMem, gains);
+            memPair = _mm_set_pd(e.adFlangeMem[1], e.adFlangeMem[0]);
+            mem = e.adFlangeMem[0];
+            ++f;
         }
-        const bool regular = pos >= 0.0 && pos < 6500.0;
-        const std::int32_t i = regular ? static_cast<std::int32_t>(pos) : TruncToInt32(pos);
-        const double frac = pos - static_cast<double>(i);
-        std::int64_t idx0 = static_cast<std::int64_t>(i) * stride;
-        if (idx0 > lineLen - 1) {
-            idx0 = lineLen - 1;
-        }
-        if (idx0 < 0) {
-            idx0 = 0;
-        }
-        std::int64_t idx1 = idx0 + stride;
-        if (idx1 >= lineLen) {
-            idx1 -= lineLen;
-        }
-
-        if (--readCenter < 0) {
-            readCenter = 6499;
-        }
-        if (++lfoIndex >= wrapAt) {
+        count = f - start;
+        steps += static_cast<std::int32_t>(count);
+        next = static_cast<std::int32_t>(static_cast<std::uint32_t>(n) +
+                                         static_cast<std::uint32_t>(count));
+        lfoIndex += count;
+        if (lfoIndex >= wrapAt) {
             lfoIndex = 0;
         }
-
-        double* const writeFrame = line + writePos * stride;
-        writePos = writePos > 0 ? writePos - 1 : kDelayFrames - 1;
-        if (regular && channelCount == 2) {
-            // Both taps of a channel lie in its own column of the line, so
-            // the two channels touch disjoint samples and run side by side.
-            const __m128d newer = _mm_loadu_pd(line + idx0);
-            const __m128d older = _mm_loadu_pd(line + idx1);
-            const __m128d interpolated =
-                _mm_add_pd(_mm_mul_pd(_mm_sub_pd(older, newer), _mm_set1_pd(frac)), newer);
-            const __m128d d = _mm_add_pd(_mm_mul_pd(memGainPair, memPair),
-                                         _mm_mul_pd(interpolated, delayGainPair));
-            memPair = FlushPair(d);
-            const __m128d x = LoadPair(samples0, samples1, f);
-            _mm_storeu_pd(writeFrame, FlushPair(_mm_add_pd(_mm_mul_pd(feedbackPair, d), x)));
-            StorePair(
-                samples0, samples1, f,
-                _mm_add_pd(_mm_mul_pd(x, dryPair), _mm_mul_pd(_mm_mul_pd(d, wetPair), gainPair)));
-            continue;
+        readCenter -= count;
+        if (readCenter < 0) {
+            readCenter = kLast;
         }
-        if (channelCount == 2) {
-            _mm_storel_pd(adFlangeMem, memPair);
-            _mm_storeh_pd(adFlangeMem + 1, memPair);
-        }
-        for (unsigned int c = 0; c < channelCount; ++c) {
-            const double older = line[idx1];
-            const double newer = line[idx0];
-            const double d =
-                memGain * adFlangeMem[c] + ((older - newer) * frac + newer) * delayGain;
-            adFlangeMem[c] = Flush(d);
-            const double x = static_cast<double>(channels[c][f]);
-            writeFrame[c] = Flush(feedback * d + x);
-            double out;
-            if (channelCount == 1) {
-                out = x * dry + d * wet;
-            } else {
-                out = x * dry + (d * wet) * adChanGain[c];
-            }
-            channels[c][f] = static_cast<float>(out);
-            if (++idx0 >= lineLen) {
-                idx0 = 0;
-            }
-            if (++idx1 >= lineLen) {
-                idx1 = 0;
-            }
-        }
-        if (channelCount == 2) {
-            memPair = _mm_set_pd(adFlangeMem[1], adFlangeMem[0]);
+        writePos -= count;
+        if (writePos < 0) {
+            writePos = kLast;
         }
     }
 
-    if (channelCount == 2) {
-        _mm_storel_pd(adFlangeMem, memPair);
-        _mm_storeh_pd(adFlangeMem + 1, memPair);
+    if (kChannels == 2) {
+        _mm_storel_pd(e.adFlangeMem, memPair);
+        _mm_storeh_pd(e.adFlangeMem + 1, memPair);
+    } else {
+        e.adFlangeMem[0] = mem;
     }
     osc.dCoef = coef;
     osc.dPrev1 = prev1;
@@ -809,9 +828,40 @@ void CVandrelEngine::ProcessFlange_Block(float** channels, unsigned int channelC
     osc.nNext = next;
     osc.nSteps = steps;
     osc.dCur = cur;
-    lLfoIndex = lfoIndex;
-    dReadCenter = static_cast<double>(readCenter);
-    lWritePos = writePos;
+    e.lLfoIndex = lfoIndex;
+    e.dReadCenter = static_cast<double>(readCenter);
+    e.lWritePos = writePos;
+}
+
+} // namespace
+
+void CVandrelEngine::ProcessFlange_Block(float** channels, unsigned int channelCount,
+                                         unsigned int frameCount)
+{
+    // The block keeps the read centre and the oscillator index as integers,
+    // which they always are, and serves one or two channels with separate
+    // buffers; anything else goes frame by frame.
+    const double period = dLfoPeriod;
+    const double center = dReadCenter;
+    const bool wholeNumbers =
+        center >= 0.0 && center <= 6499.0 && center == std::floor(center) && period >= -0x1p53 &&
+        period <= 0x1p53 && period == std::floor(period) && lLfoIndex >= 0 &&
+        lLfoIndex < (std::int64_t{1} << 53) && lWritePos >= 0 && lWritePos < kDelayFrames;
+    if (!wholeNumbers || channelCount == 0 || channelCount > 2 ||
+        BuffersOverlap(channels, channelCount, frameCount)) {
+        for (unsigned int f = 0; f < frameCount; ++f) {
+            ProcessFlange_FloatCell(channels, channelCount, f);
+        }
+        return;
+    }
+    // The index wraps to 0 once it reaches the period: for whole numbers
+    // below 2^53 the integer comparison is the double one.
+    const std::int64_t wrapAt = period < 1.0 ? 1 : static_cast<std::int64_t>(period);
+    if (channelCount == 2) {
+        FlangeBlock<2>(*this, channels, frameCount, wrapAt);
+    } else {
+        FlangeBlock<1>(*this, channels, frameCount, wrapAt);
+    }
 }
 
 float CVandrelEngine::ProcessWahWah_FloatSample(float* sample, unsigned int channel)
