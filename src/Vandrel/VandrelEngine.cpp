@@ -475,8 +475,10 @@ std::int32_t CVandrelEngine::TransformEnd()
 
 std::int32_t CVandrelEngine::SetupFlange(const _transform_props& props, TRANSFORM_STATE)
 {
-    for (int i = 0; i < kMaxChannels; ++i) {
-        adChanGain[i] = kPan[i % 16] * dWet;
+    for (int i = 0; i < 16; ++i) {
+        const double gain = kPan[i] * dWet;
+        adChanGain[i] = gain;
+        adChanGain[i + 16] = gain;
     }
     dSweepDepth = static_cast<double>(
         TruncToInt32(static_cast<double>(props.lModDepth) / 100.0 * dSamplesPerMs));
@@ -603,31 +605,31 @@ void CVandrelEngine::PrepareWahEntries(unsigned int frameCount)
     if (lWahValidFirst <= 0 && lWahValidLast >= last) {
         return;
     }
-    // The sweep moves at most |step| per frame and turns at the ends; the
-    // margin covers the rounding of its running position and the entry after
-    // each position.
+    // The sweep moves |step| per frame and turns at the ends; it reads the
+    // entry at each position and the one after. The running position rounds
+    // by far less than the margin.
     const double end = static_cast<double>(last);
     const double p = dWahPos;
-    const double reach = static_cast<double>(frameCount) * std::fabs(dWahStep) + 2.0;
+    const double reach = static_cast<double>(frameCount) * std::fabs(dWahStep) + 1e-6;
     double lo = 0.0;
     double hi = end;
     if (p > end) {
         lo = end - reach;
     } else if (p >= 0.0 && dWahStep >= 0.0) {
-        lo = p - 1.0;
+        lo = p;
         hi = p + reach;
         if (hi > end) {
             lo = std::fmin(lo, end - (hi - end));
         }
     } else if (p >= 0.0) {
         lo = p - reach;
-        hi = p + 1.0;
+        hi = p;
         if (lo < 0.0) {
             hi = std::fmax(hi, -lo);
         }
     }
     const std::int64_t first = lo > 0.0 ? static_cast<std::int64_t>(lo) : 0;
-    const std::int64_t lastEntry = hi < end ? static_cast<std::int64_t>(hi) + 2 : last;
+    const std::int64_t lastEntry = hi < end ? static_cast<std::int64_t>(hi) + 1 : last;
     ComputeWahEntries(first, lastEntry);
 }
 
