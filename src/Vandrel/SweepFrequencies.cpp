@@ -17,15 +17,18 @@ constexpr double kMaxStepUnits = 0x1p52;
 bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
 {
     mRunCount = 0;
-    if (!(lo >= kMinStart) || !std::isfinite(lo) || !(inc >= 0.0) || !std::isfinite(inc) ||
-        count < 1) {
+    if (!(lo >= kMinStart) || !std::isfinite(lo) || !std::isfinite(inc) || count < 1) {
         return false;
     }
+    // A sum that falls (a centre above half the sample rate) mirrors one that
+    // rises: its steps stay in a binade down to the binade's lowest unit.
+    const bool falling = inc < 0.0;
+    const double magnitude = std::fabs(inc);
     const std::int64_t last = count - 1;
     std::int64_t j = 0;
     double f = lo;
     for (;;) {
-        if (mRunCount == kMaxRuns || !std::isfinite(f)) {
+        if (mRunCount == kMaxRuns || !(f >= kMinStart) || !std::isfinite(f)) {
             mRunCount = 0;
             return false;
         }
@@ -33,11 +36,11 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
         std::frexp(f, &exponent);
         const double ulp = std::ldexp(1.0, exponent - 53);
         const std::int64_t units = static_cast<std::int64_t>(f / ulp);
-        const double r = inc / ulp;
+        const double r = magnitude / ulp;
 
-        // Steps from f that stay in its binade each add d units; a step of
+        // Steps from f that stay in its binade each move d units; a step of
         // half a unit more than a whole number rounds to the even neighbour,
-        // so after a start on an odd unit the steps that follow add the
+        // so after a start on an odd unit the steps that follow move by the
         // other of the two candidates.
         std::int64_t n = 0;
         std::int64_t d = 0;
@@ -48,8 +51,8 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
             if (frac > 0.5 || (frac == 0.5 && (units + d) % 2 != 0)) {
                 ++d;
             }
-            const std::int64_t room = kBinadeEnd - 1 - units;
-            n = d > 0 ? room / d : last - j;
+            const std::int64_t room = falling ? units - kBinadeEnd / 2 - 1 : kBinadeEnd - 1 - units;
+            n = d > 0 ? (room > 0 ? room / d : 0) : last - j;
             if (n > last - j) {
                 n = last - j;
             }
@@ -57,7 +60,7 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
                 n = 1;
             }
         }
-        const double step = static_cast<double>(d) * ulp;
+        const double step = static_cast<double>(falling ? -d : d) * ulp;
         mRuns[mRunCount++] = Run{j, f, step};
         j += n;
         if (j >= last) {

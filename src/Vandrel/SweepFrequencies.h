@@ -19,14 +19,15 @@
 class CSweepFrequencies
 {
 public:
-    // Most runs a table can need: three per binade between lo and 0.5, and
-    // lo is above 2^-20 for every setting in the parameter ranges.
+    // Room for the runs of any table: at most two runs and a crossing step per
+    // binade, and after its first step a sum of 2000 increments spans no more
+    // than a dozen binades.
     static constexpr int kMaxRuns = 64;
 
     // Splits the sum of `count` entries (1 to 2000) from `lo` by `inc` into
-    // runs. Returns false, with no runs, when that is not possible (lo not
-    // positive or too small, inc negative or not finite, or more than kMaxRuns
-    // runs); the caller then sums. [any]
+    // runs. Returns false, with no runs, when that is not possible (a
+    // frequency below 2^-960 or not finite, or more than kMaxRuns runs); the
+    // caller then sums. [any]
     bool Build(double lo, double inc, std::int64_t count);
 
     // f(j) for 0 <= j < count, exactly the running sum's value. Valid only
