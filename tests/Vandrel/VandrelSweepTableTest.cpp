@@ -91,16 +91,21 @@ TEST(VandrelSweepTableTest, RunsFollowTiesAndBinadeCrossings)
         double inc;
     };
     const Case cases[] = {
-        {1.0, 2.5 * ulp},             // tie from an even start: rounds down to even
-        {1.0 + ulp, 2.5 * ulp},       // tie from an odd start: the first step differs
-        {1.0 + ulp, 3.5 * ulp},       // tie rounding up
-        {2.0 - 700 * ulp, 1.5 * ulp}, // ties across into the next binade
-        {1.0, 0.25 * ulp},            // steps below half a unit leave the sum still
-        {1.0, 0.5 * ulp},             // exactly half a unit from even: still
-        {0.001, 0.3},                 // every step leaves its binade
-        {std::ldexp(1.0, -20), 1e-4}, // lowest centre, widest span
-        {0.1, 0.0},                   // no span
-        {std::ldexp(1.0, -900), 1.0}, // the most binades 2000 steps can cross
+        {1.0, 2.5 * ulp},              // tie from an even start: rounds down to even
+        {1.0 + ulp, 2.5 * ulp},        // tie from an odd start: the first step differs
+        {1.0 + ulp, 3.5 * ulp},        // tie rounding up
+        {2.0 - 700 * ulp, 1.5 * ulp},  // ties across into the next binade
+        {1.0, 0.25 * ulp},             // steps below half a unit leave the sum still
+        {1.0, 0.5 * ulp},              // exactly half a unit from even: still
+        {0.001, 0.3},                  // every step leaves its binade
+        {std::ldexp(1.0, -20), 1e-4},  // lowest centre, widest span
+        {0.1, 0.0},                    // no span
+        {std::ldexp(1.0, -900), 1.0},  // the most binades 2000 steps can cross
+        {1.0 + ulp, -2.5 * ulp},       // falling: tie from an odd start
+        {1.0 + 900 * ulp, -1.5 * ulp}, // falling ties across into the binade below
+        {1.0, -1.0 * ulp},             // falling from a power of two
+        {1.0 + 2 * ulp, -2.5 * ulp},   // a falling tie onto a power of two
+        {0.9, -0.0002},                // a centre above half the sample rate
     };
     for (const Case& c : cases) {
         EXPECT_TRUE(MatchesRunningSum(c.lo, c.inc, 2000));
