@@ -128,6 +128,11 @@ inline void InterpolateSweep(const double* a1Table, const double* a2Table, std::
     }
 }
 
+// The smallest step the sweep's block loop takes: above half a unit in the
+// last place of any position below 2000, so that each step moves the position
+// towards the end it heads for. Valid settings give at least 1e-9.
+constexpr double kMinRegularStep = 1e-10;
+
 // Moves the sweep one sample on; at either end it stops there and turns.
 inline void AdvanceSweep(double& pos, double& step, std::int64_t last)
 {
@@ -162,6 +167,77 @@ template <bool kPhaser> inline float MixWah(double x, double a, double wet, doub
     return static_cast<float>(processed * wet + x * dry);
 }
 
+// Walks the sweep over frameCount frames from (pos, step), calling
+// body(f, a1, a2) with each frame's coefficients, exactly as InterpolateSweep
+// and AdvanceSweep frame by frame; on return (pos, step) is the state after
+// the last frame. Within the table the position needs no clamping, and
+// between two turns only the end it moves towards needs a test.
+template <typename Body>
+inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t last,
+                      unsigned int frameCount, double& pos, double& step, Body body)
+{
+    double p = pos;
+    double s = step;
+    const double end = static_cast<double>(last);
+    auto coefficients = [a1Table, a2Table](double q, double& a1, double& a2) {
+        const std::int64_t i0 = static_cast<std::int64_t>(q);
+        a1 = a1Table[i0];
+        a2 = a2Table[i0];
+        if (q != static_cast<double>(i0)) {
+            const double t = q - static_cast<double>(i0);
+            a1 = a1 + (a1Table[i0 + 1] - a1) * t;
+            a2 = a2 + (a2Table[i0 + 1] - a2) * t;
+        }
+    };
+    unsigned int f = 0;
+    while (f < frameCount) {
+        if (!(p >= 0.0 && p <= end && std::fabs(s) >= kMinRegularStep)) {
+            // Beyond the end of a table that has just become shorter, or a
+            // step too small to move the position for sure.
+            double a1;
+            double a2;
+            InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
+            AdvanceSweep(p, s, last);
+            body(f, a1, a2);
+            ++f;
+            continue;
+        }
+        if (s > 0.0) {
+            for (; f < frameCount; ++f) {
+                double a1;
+                double a2;
+                coefficients(p, a1, a2);
+                body(f, a1, a2);
+                const double next = p + s;
+                if (next >= end) {
+                    p = end;
+                    s = -s;
+                    ++f;
+                    break;
+                }
+                p = next;
+            }
+        } else {
+            for (; f < frameCount; ++f) {
+                double a1;
+                double a2;
+                coefficients(p, a1, a2);
+                body(f, a1, a2);
+                const double next = p + s;
+                if (next <= 0.0) {
+                    p = 0.0;
+                    s = -s;
+                    ++f;
+                    break;
+                }
+                p = next;
+            }
+        }
+    }
+    pos = p;
+    step = s;
+}
+
 // Runs channels through the phaser or wah-wah frame by frame from the sweep
 // state (pos, step); on return (pos, step) is the state after the last frame.
 // Every channel's own operations and their order are those of the one-sample
@@ -175,21 +251,14 @@ void FilterOne(float* samples, double* y1s, double* y2s, unsigned int frameCount
 {
     double y1 = *y1s;
     double y2 = *y2s;
-    double p = pos;
-    double s = step;
-    for (unsigned int f = 0; f < frameCount; ++f) {
-        double a1;
-        double a2;
-        InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
-        AdvanceSweep(p, s, last);
-        const double x = static_cast<double>(samples[f]);
-        const double a = AllPass(x, a1, a2, y1, y2);
-        samples[f] = MixWah<kPhaser>(x, a, wet, dry);
-    }
+    WalkSweep(a1Table, a2Table, last, frameCount, pos, step,
+              [&](unsigned int f, double a1, double a2) {
+                  const double x = static_cast<double>(samples[f]);
+                  const double a = AllPass(x, a1, a2, y1, y2);
+                  samples[f] = MixWah<kPhaser>(x, a, wet, dry);
+              });
     *y1s = y1;
     *y2s = y2;
-    pos = p;
-    step = s;
 }
 
 // Two channels with separate buffers: each frame's coefficients are computed
@@ -206,31 +275,25 @@ void FilterPair(float* __restrict samples0, float* __restrict samples1, double* 
     const __m128d wetPair = _mm_set1_pd(wet);
     const __m128d dryPair = _mm_set1_pd(dry);
     const __m128d half = _mm_set1_pd(0.5);
-    double p = pos;
-    double s = step;
-    for (unsigned int f = 0; f < frameCount; ++f) {
-        double a1;
-        double a2;
-        InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
-        AdvanceSweep(p, s, last);
-        const __m128d x = LoadPair(samples0, samples1, f);
-        const __m128d a1Pair = _mm_set1_pd(a1);
-        const __m128d a2Pair = _mm_set1_pd(a2);
-        const __m128d a1y1 = _mm_mul_pd(a1Pair, y1);
-        const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
-        const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
-        y2 = y1;
-        y1 = FlushPair(w);
-        const __m128d processed = kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
-        StorePair(samples0, samples1, f,
-                  _mm_add_pd(_mm_mul_pd(processed, wetPair), _mm_mul_pd(x, dryPair)));
-    }
+    WalkSweep(a1Table, a2Table, last, frameCount, pos, step,
+              [&](unsigned int f, double a1, double a2) {
+                  const __m128d x = LoadPair(samples0, samples1, f);
+                  const __m128d a1Pair = _mm_set1_pd(a1);
+                  const __m128d a2Pair = _mm_set1_pd(a2);
+                  const __m128d a1y1 = _mm_mul_pd(a1Pair, y1);
+                  const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
+                  const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
+                  y2 = y1;
+                  y1 = FlushPair(w);
+                  const __m128d processed =
+                      kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
+                  StorePair(samples0, samples1, f,
+                            _mm_add_pd(_mm_mul_pd(processed, wetPair), _mm_mul_pd(x, dryPair)));
+              });
     _mm_storel_pd(y1s, y1);
     _mm_storeh_pd(y1s + 1, y1);
     _mm_storel_pd(y2s, y2);
     _mm_storeh_pd(y2s + 1, y2);
-    pos = p;
-    step = s;
 }
 
 // The flanger's read position for oscillator value s, within one wrap of
