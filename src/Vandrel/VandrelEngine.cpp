@@ -512,6 +512,8 @@ std::int32_t CVandrelEngine::InitializeEffects()
     pdWahA1.mData = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
     pdWahA2.mData = static_cast<double*>(PlugMemAllocZeroInit(tableBytes));
     bWahTablesBuilt = false;
+    lWahValidFirst = 1;
+    lWahValidLast = 0;
 
     // The sweep direction (dWahStep) and the filter memories of channels 2
     // and up deliberately survive a rebuild.
