@@ -19,10 +19,13 @@
  * sweep position, sweep direction and filter memories persist across renders
  * and across effect switches, and only a TransformBegin rebuilds them.
  *
- * The sweep tables of the phaser and wah-wah are rebuilt at a cook only when
- * one of their inputs (rate, depth, centre, resonance, sample rate) changed
- * or the tables were reallocated; the result is bit for bit what a rebuild
- * gives, and a short render then costs no more per sample than a long one.
+ * The sweep tables of the phaser and wah-wah are filled lazily: a cook that
+ * changes one of their inputs (table length, depth, centre, resonance, sample
+ * rate) only marks every entry stale, and each render first computes the
+ * stale entries that its sweep can reach. An entry, once computed, holds bit
+ * for bit the value of a full rebuild by running sum; reading an entry
+ * through pdWahA1 or pdWahA2 computes it too. So a moving knob costs a few
+ * entries per render instead of a rebuild of 2000.
  *
  * Thread tags: [render] runs on the audio thread (no allocation, no lock, no
  * system call, no exception escaping); [control] runs on host control threads.
@@ -30,6 +33,8 @@
  */
 #ifndef VANDRELENGINE_H
 #define VANDRELENGINE_H
+
+#include "SweepFrequencies.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -74,6 +79,26 @@ enum TRANSFORM_STATE
 {
     TRANSFORM_START = 0,   // first cook of a stream: the effect state is rebuilt
     TRANSFORM_CONTINUE = 1 // streaming: all effect state persists
+};
+
+class CVandrelEngine;
+
+// One of the engine's two sweep tables, as diagnostics and tests see it: an
+// entry read through it is computed first if stale, so every read gives the
+// entry's exact value. Reads are calls on the engine: they must not overlap
+// a render. Converts to a pointer to the storage (null when the stream state
+// is released), with every valid entry computed. No allocation. [render]
+class CSweepTableView
+{
+public:
+    double operator[](std::int64_t j) const;
+    operator const double*() const;
+
+private:
+    friend class CVandrelEngine;
+    CSweepTableView(CVandrelEngine& owner) : mOwner(owner), mData(nullptr) {}
+    CVandrelEngine& mOwner;
+    double* mData; // kWahTableSize entries, owned by the engine
 };
 
 class CVandrelEngine
@@ -176,22 +201,36 @@ public:
     std::int64_t lWahTableLen;        // valid entries in the sweep tables, 1...2000
     double dWahPos;                   // sweep position in table entries
     double dWahStep;                  // signed sweep increment per sample
-    double* pdWahA1;                  // sweep table of the first feedback coefficient
-    double* pdWahA2;                  // sweep table of the second feedback coefficient
+    CSweepTableView pdWahA1;          // sweep table of the first feedback coefficient
+    CSweepTableView pdWahA2;          // sweep table of the second feedback coefficient
     double adWahY1[kMaxChannels];     // per channel: last intermediate filter value
     double adWahY2[kMaxChannels];     // per channel: the one before
     CSineOscillator* pOsc;            // flanger oscillator, owned
 
-    // Inputs of the sweep tables as last built; bWahTablesBuilt is false
-    // until a build and after every reallocation of the tables.
+    // Inputs of the sweep tables as last set up; bWahTablesBuilt is false
+    // until a setup and after every reallocation of the tables.
     bool bWahTablesBuilt;
-    std::int64_t lWahBuiltRate;
+    std::int64_t lWahBuiltLength;
     std::int64_t lWahBuiltDepth;
     std::int64_t lWahBuiltCenter;
     std::int64_t lWahBuiltResonance;
     std::int32_t nWahBuiltSampleRate;
 
 private:
+    friend class CSweepTableView;
+
+    // Computes the stale entries first...last (within 0...lWahTableLen - 1)
+    // of both tables and the ones between them and the computed entries, so
+    // that the computed entries stay one interval. [render]
+    void ComputeWahEntries(std::int64_t first, std::int64_t last);
+    // Computes the stale entries that a render of `frameCount` frames from
+    // the current sweep state can read. [render]
+    void PrepareWahEntries(unsigned int frameCount);
+
+    // The flanger over `frameCount` frames, the same operations as
+    // ProcessFlange_FloatCell frame after frame. [render]
+    void ProcessFlange_Block(float** channels, unsigned int channelCount, unsigned int frameCount);
+
     // Processes `frameCount` frames of `channelCount` (1 to kMaxChannels)
     // buffers through the phaser or wah-wah, each channel from the same sweep
     // state, with the results of ProcessWahWah_FloatSample run on each
@@ -199,6 +238,20 @@ private:
     void ProcessWahWah_Block(float** channels, unsigned int channelCount, unsigned int frameCount);
     void ReleaseBlocks();
     bool HasStreamState() const;
+
+    // The level fields and their ratios as last converted. [render]
+    bool bLevelsConverted;
+    std::int64_t lConvertedWetOut;
+    std::int64_t lConvertedDryOut;
+    double dWetRatio;
+    double dDryRatio;
+
+    // Sweep tables: the frequency and pole radius inputs of every entry, and
+    // the entries computed so far (none when lWahValidFirst > lWahValidLast).
+    CSweepFrequencies mWahFrequencies;
+    double dWahQuality;
+    std::int64_t lWahValidFirst;
+    std::int64_t lWahValidLast;
 };
 
 #endif

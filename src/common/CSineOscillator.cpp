@@ -31,8 +31,13 @@ void CSineOscillator::Init(double omega, double phase, std::int32_t index)
 
 void CSineOscillator::Seed(std::int32_t index)
 {
-    const double c = std::cos(dOmega);
-    dCoef = c + c;
+    if (!mCoefKnown || !(mCoefOmega == dOmega)) {
+        const double c = std::cos(dOmega);
+        mCoefOfOmega = c + c;
+        mCoefOmega = dOmega;
+        mCoefKnown = true;
+    }
+    dCoef = mCoefOfOmega;
     nNext = index;
     nSteps = 0;
     dPrev2 = std::sin(static_cast<double>(WrapAdd(index, -2)) * dOmega + dPhase);

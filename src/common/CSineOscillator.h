@@ -9,7 +9,8 @@
  * value through one recurrence step, so a value does not depend on whether it
  * came right after a seed.
  *
- * Index arithmetic (n - 1, n - 2, n + 1) wraps in 32 bits.
+ * Index arithmetic (n - 1, n - 2, n + 1) wraps in 32 bits. A re-seed with an
+ * unchanged step reuses the last cosine.
  *
  * The fields are public so that diagnostics and tests can inspect the
  * recurrence; only the member functions write them.
@@ -31,8 +32,8 @@ public:
     // re-seeds on every call. No allocation. [any]
     CSineOscillator(double omega, double phase, std::int32_t index, std::int32_t maxSteps);
 
-    // Re-seeds with a new step and phase at `index`; the limit is kept. Three
-    // trigonometric calls, no allocation. [render]
+    // Re-seeds with a new step and phase at `index`; the limit is kept. Two
+    // sin calls, and cos for a step other than the last one; no allocation. [render]
     void Init(double omega, double phase, std::int32_t index);
 
     // The value for index n: one recurrence step when n follows the previous
@@ -51,6 +52,12 @@ public:
 
 private:
     void Seed(std::int32_t index);
+
+    // The step whose doubled cosine is mCoefOfOmega: a re-seed with the same
+    // step reuses it instead of calling cos again.
+    bool mCoefKnown = false;
+    double mCoefOmega = 0.0;
+    double mCoefOfOmega = 0.0;
 };
 
 #endif

@@ -31,4 +31,8 @@ private:
     double mSampleRate = 0.0;
     int64_t mFrames = 0;
     std::vector<float> mInterleaved;
+    // 16-bit stereo WAV is read as integers and converted here, exactly as
+    // the library converts (a 16-bit value over 32768 is exact in float).
+    bool mStereo16 = false;
+    std::vector<short> mShorts;
 };

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
+#include <xmmintrin.h>
 #include <sndfile.h>
 
 namespace {
@@ -120,8 +121,25 @@ AudioFileWriter::~AudioFileWriter()
 void AudioFileWriter::write(const float* const* in, unsigned frames)
 {
     mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
+    if (mChannels == 2) {
+        // Stereo, four frames at a time.
+        float* const out = mInterleaved.data();
+        const float* const left = in[0];
+        const float* const right = in[1];
+        size_t i = 0;
+        for (; i + 4 <= frames; i += 4) {
+            const __m128 l = _mm_loadu_ps(left + i);
+            const __m128 r = _mm_loadu_ps(right + i);
+            _mm_storeu_ps(out + 2 * i, _mm_unpacklo_ps(l, r));
+            _mm_storeu_ps(out + 2 * i + 4, _mm_unpackhi_ps(l, r));
+        }
+        for (; i < frames; ++i) {
+            out[2 * i] = left[i];
+            out[2 * i + 1] = right[i];
+        }
+    }
     // One channel at a time, so that each inner loop has a fixed stride.
-    for (unsigned c = 0; c < mChannels; ++c) {
+    for (unsigned c = 0; c < mChannels && mChannels != 2; ++c) {
         const float* const channel = in[c];
         float* out = mInterleaved.data() + c;
         for (size_t i = 0; i < frames; ++i)
