@@ -69,8 +69,10 @@ const unsigned int kRenderSizes[] = {1, 7, 64, 512, 1156};
     } else if (e.bValid && r.valid) {
         real.push_back(double(e.lWahTableLen));
         expected.push_back(double(r.wahTableLen));
-        real.insert(real.end(), e.pdWahA1, e.pdWahA1 + r.wahTableLen);
-        real.insert(real.end(), e.pdWahA2, e.pdWahA2 + r.wahTableLen);
+        const double* a1 = e.pdWahA1; // computes every entry
+        const double* a2 = e.pdWahA2;
+        real.insert(real.end(), a1, a1 + r.wahTableLen);
+        real.insert(real.end(), a2, a2 + r.wahTableLen);
         expected.insert(expected.end(), r.wahA1.begin(), r.wahA1.begin() + r.wahTableLen);
         expected.insert(expected.end(), r.wahA2.begin(), r.wahA2.begin() + r.wahTableLen);
     }
