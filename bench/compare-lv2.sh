@@ -10,6 +10,7 @@
 # Usage: bench/compare-lv2.sh [runs]   (default 5; the median is shown)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/deps.sh calf-plugins swh-lv2 mda-lv2 guitarix-lv2
 runs=${1:-5}
 frames=441000
 cmake --preset plain >/dev/null

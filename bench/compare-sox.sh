@@ -15,18 +15,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-7}
 
-peers=(sox ladspa-sdk tap-plugins swh-plugins caps)
-missing=()
-for p in "${peers[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo_cmd=""
-  [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
-  $sudo_cmd apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+scripts/deps.sh ladspa-sdk tap-plugins swh-plugins caps
 export LADSPA_PATH=${LADSPA_PATH:-/usr/lib/ladspa}
 
 cmake --preset plain >/dev/null

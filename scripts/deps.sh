@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build, the tests, the demo and the
-# benchmarks need (the LV2 comparison runs other makers' plug-ins),
-# skipping the ones already present.
+# Installs the Debian 12 packages the build, the tests and the demo need,
+# and any further packages named as arguments (the benchmarks name the peers
+# they compare with), skipping the ones already present.
+# Usage: scripts/deps.sh [PACKAGE...]
 set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config clang-format
@@ -9,7 +10,7 @@ packages=(
   libplist-dev libsndfile1-dev
   sox libsox-fmt-all
   lv2-dev liblilv-dev lilv-utils sordi sndfile-programs
-  calf-plugins swh-lv2 mda-lv2 guitarix-lv2
+  "$@"
 )
 missing=()
 for p in "${packages[@]}"; do
