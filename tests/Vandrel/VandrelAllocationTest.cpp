@@ -31,10 +31,7 @@ TEST(VandrelEngineAllocation, FailedAllocationLeavesNoStateAndRendersNothing)
         }
         EXPECT_EQ(CVandrelEngine::kStatusNoMemory, status);
         EXPECT_FALSE(engine.bValid);
-        EXPECT_EQ(nullptr, engine.pdDelay);
-        EXPECT_EQ(nullptr, engine.pdWahA1);
-        EXPECT_EQ(nullptr, engine.pdWahA2);
-        EXPECT_EQ(nullptr, engine.pOsc);
+        EXPECT_TRUE(!engine.pdDelay && !engine.pdWahA1 && !engine.pdWahA2 && !engine.pOsc);
         EXPECT_EQ(CVandrelEngine::kStatusNotBegun,
                   engine.TransformCookProperties(props, TRANSFORM_CONTINUE));
         float samples[2][16] = {};

@@ -1,8 +1,7 @@
 // The bundle as a host finds it on disk: a binary that exports exactly the entry point and the
-// factory. Then a copy of it, with a stand-in
-// "VandrelCocoaViewFactory.bundle" among its resources, loaded by the runtime in a process
-// whose locale is French: the unit takes its names from the French strings table, looking
-// each up once per process, and reports the view bundle.
+// factory. Then a copy of it with a stand-in "VandrelCocoaViewFactory.bundle" among its
+// resources, loaded by the runtime in a process whose locale is French: the unit takes its
+// names from the French strings table, looking each up once per process, and reports the view.
 #include "VandrelTestHost.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +9,6 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <filesystem>

@@ -37,13 +37,8 @@ enum class State
 // The engine's property record: levels in tenths of a dB, rate in mHz, the rest whole numbers.
 struct Props
 {
-    int64_t dryOut = 0;
-    int64_t wetOut = 0;
-    int64_t effect = 0;
-    int64_t modRate = 0;
-    int64_t modDepth = 0;
-    int64_t centerFreq = 0;
-    int64_t resonance = 0;
+    int64_t dryOut = 0, wetOut = 0, effect = 0, modRate = 0, modDepth = 0, centerFreq = 0,
+            resonance = 0;
     uint32_t changed = 0;
 };
 
@@ -212,29 +207,13 @@ public:
     bool begun = false; // the stream's blocks exist
     int channels = 1;
     int rate = 22050;
-    int64_t effect = 0;
-    double wet = 0.0;
-    double dry = 0.0;
-    int64_t writePos = 0;
-    double flangeMem[kMaxChannels] = {};
-    int64_t lfoIndex = 0;
-    double readCenter = 0.0;
-    double lfoPeriod = 0.0;
-    double lfoOmega = 0.0;
-    double sweepDepth = 0.0;
-    std::vector<double> delay;
-    double delayGain = 0.0;
-    double memGain = 0.0;
-    double feedback = 0.0;
-    double chanGain[kMaxChannels] = {};
-    double samplesPerMs = 0.0;
-    int64_t wahTableLen = 0;
-    double wahPos = 0.0;
-    double wahStep = 0.0;
-    std::vector<double> wahA1;
-    std::vector<double> wahA2;
-    double wahY1[kMaxChannels] = {};
-    double wahY2[kMaxChannels] = {};
+    int64_t effect = 0, writePos = 0, lfoIndex = 0, wahTableLen = 0;
+    double wet = 0.0, dry = 0.0, readCenter = 0.0, lfoPeriod = 0.0, lfoOmega = 0.0;
+    double sweepDepth = 0.0, delayGain = 0.0, memGain = 0.0, feedback = 0.0, samplesPerMs = 0.0;
+    double wahPos = 0.0, wahStep = 0.0;
+    double flangeMem[kMaxChannels] = {}, chanGain[kMaxChannels] = {};
+    double wahY1[kMaxChannels] = {}, wahY2[kMaxChannels] = {};
+    std::vector<double> delay, wahA1, wahA2;
 
 private:
     void initializeEffects()

@@ -1,8 +1,8 @@
 // The engine and the unit's parameter mapping against the independent reference chain in
-// VandrelEngineReference.h: every rendered float, every status and the derived state must be
-// the reference's exactly, over the factory presets, 0 to 33 channels, several sample rates,
-// varied render sizes, parameter changes between renders, restarts, refusals and edge values.
-// Last, what the reference cannot see: the mapping of values beyond its range.
+// VandrelEngineReference.h: every rendered float, status and derived value must be the
+// reference's exactly, over presets, 0 to 33 channels, several sample rates, varied render
+// sizes, changes between renders, restarts, refusals and edge values; last, the mapping of
+// values beyond the model.
 #include "Vandrel.h"
 #include "VandrelEngine.h"
 #include "VandrelTestHost.h"
@@ -43,10 +43,8 @@ const unsigned int kRenderSizes[] = {1, 7, 64, 512, 1156};
     return ::testing::AssertionSuccess();
 }
 
-// Every engine field the reference also keeps, compared exactly, so a mismatch in the output
-// can be traced to the first derived value that went astray (even one the output never shows,
-// such as the flanger's memory): the scalars, each channel's memories, then the flanger's
-// derived values and channel gains or the sweep tables.
+// Every engine field the reference also keeps, compared exactly, so a mismatch can be traced
+// to the first derived value that went astray, even one the output never shows.
 ::testing::AssertionResult SameState(const CVandrelEngine& e, const ref::Engine& r)
 {
     std::vector<double> real = {
@@ -204,17 +202,9 @@ private:
     int64_t mClock = 0;
 };
 
-std::string RateChannelsName(const ::testing::TestParamInfo<std::tuple<int, int>>& inInfo)
-{
-    return std::to_string(std::get<1>(inInfo.param)) + "Hz_" +
-           std::to_string(std::get<0>(inInfo.param)) + "ch";
-}
-
-// Parameter sets in the order the stream tests cook them: single table inputs changing, edge
-// values, then factory presets and edge values alternating, then combinations of the edges of every
-// conversion (truncation of levels and rate, the effect thresholds, the single-precision rate
-// minimum, values beyond the advertised ranges). Every cook also compares the unit's mapping,
-// change mask included.
+// The parameter sets the stream tests cook in turn: single table inputs changing, edge values,
+// presets and edge values alternating, combinations of the edges of every conversion. Every
+// cook also compares the unit's mapping, change mask included.
 std::vector<Params> ChangeSequence()
 {
     // A sweep whose table inputs change one at a time: the engine must rebuild its tables.
@@ -243,11 +233,11 @@ class EngineReferenceStreamTest : public ::testing::TestWithParam<std::tuple<int
 {
 };
 
-// Six stream rounds with parameters changing before every render (effects, levels, rates and
-// depths switch mid-stream, so the state carried across cooks must match too). Between rounds the
-// stream ends (once or twice) and a cook and a render without a stream are refused alike;
-// TransformBegin then rebuilds the state but keeps the sweep direction and the filter memories of
-// channels 2 and up. Round 3 changes the channel count, round 4 the sample rate.
+// Six stream rounds with parameters changing before every render, so the state carried across
+// cooks must match too. Between rounds the stream ends (once or twice), and a cook and a render
+// without a stream are refused alike; TransformBegin then rebuilds the state but keeps the
+// sweep direction and the filter memories of channels 2 and up. Round 3 changes the channel
+// count, round 4 the sample rate.
 TEST_P(EngineReferenceStreamTest, ChangesAndRestartsMatchReference)
 {
     const auto [channels, rate] = GetParam();
@@ -277,24 +267,19 @@ TEST_P(EngineReferenceStreamTest, ChangesAndRestartsMatchReference)
 
 INSTANTIATE_TEST_SUITE_P(ChannelsAndRates, EngineReferenceStreamTest,
                          ::testing::Combine(::testing::Values(1, 2, 5, 32),
-                                            ::testing::Values(44100, 48000, 22050, 96000)),
-                         RateChannelsName);
+                                            ::testing::Values(44100, 48000, 22050, 96000)));
 
 // Sample rates far below audio rates: whole milliseconds of 0 or 1 sample, sweep tables of a
 // single entry (the sweep then reverses every sample) or a few dozen.
 INSTANTIATE_TEST_SUITE_P(VeryLowRates, EngineReferenceStreamTest,
                          ::testing::Combine(::testing::Values(1, 2, 5),
-                                            ::testing::Values(40, 1000, 1999)),
-                         RateChannelsName);
+                                            ::testing::Values(40, 1000, 1999)));
 
-// Renders that process nothing or only part of the stream's channels: a stream of no
-// channels, zero frames, zero channels (the flanger still advances, the sweep does not), fewer
-// channels than the stream (the flanger's delay line then uses the render's channel count),
-// more than the stream (the
-// flanger refuses) or more than 32 (every effect refuses), buffers that overlap or are shared
-// (each channel then reads what the one before it wrote), skip, a refused TransformBegin of a
-// bad channel count that leaves the stream as it was, and an effect number the mapping never
-// produces.
+// Renders that process nothing or part of the stream's channels: a stream of no channels, no
+// frames, no channels (the flanger still advances, the sweep does not), fewer channels (the
+// flanger's line then takes the render's count), more (the flanger refuses; beyond 32, all do),
+// overlapping or shared buffers (each channel reads what the one before it wrote), skip, a
+// refused TransformBegin that leaves the stream as it was, an effect number never mapped.
 TEST(EngineReferenceDriverTest, DegenerateRendersMatchReference)
 {
     for (int effect = 0; effect < 3; ++effect) {

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -112,13 +113,15 @@ inline ::testing::AssertionResult SameAudio(const Audio& inExpected, const Audio
     return ::testing::AssertionSuccess();
 }
 
-// The reference model run over the test signal as the unit runs the engine: begun at the first
-// block, cooked with the mapped values before each later block.
+// The reference model run over an input (the test signal by default) as the unit runs the
+// engine: begun at the first block, cooked with the mapped values before each later block.
 class ReferenceStream
 {
 public:
-    ReferenceStream(UInt32 inChannels, int inRate, std::int64_t inStartFrame = 0)
-        : mChannels(inChannels), mRate(inRate), mFrame(inStartFrame)
+    using Input = std::function<float(UInt32 inChannel, std::int64_t inFrame)>;
+    ReferenceStream(UInt32 inChannels, int inRate, std::int64_t inStartFrame = 0,
+                    Input inInput = TestSample)
+        : mChannels(inChannels), mRate(inRate), mFrame(inStartFrame), mInput(std::move(inInput))
     {
     }
     void Process(const Params& inValues, UInt32 inFrames, Audio& outAudio)
@@ -135,7 +138,7 @@ public:
         for (UInt32 c = 0; c < mChannels; ++c) {
             const std::size_t start = outAudio[c].size();
             for (UInt32 i = 0; i < inFrames; ++i) {
-                outAudio[c].push_back(TestSample(c, mFrame + i));
+                outAudio[c].push_back(mInput(c, mFrame + i));
             }
             pointers[c] = outAudio[c].data() + start;
         }
@@ -158,6 +161,7 @@ private:
     UInt32 mChannels;
     int mRate;
     std::int64_t mFrame;
+    Input mInput;
     bool mBegun = false;
 };
 
@@ -188,13 +192,13 @@ public:
         if (inEntryStyle) {
             ComponentDescription desc{kType, kSubtype, kManufacturer, 0, 0};
             ComponentInstance ci = nullptr;
-            mOpenStatus = OpenAComponent(FindNextComponent(nullptr, &desc), &ci);
+            EXPECT_EQ(noErr, OpenAComponent(FindNextComponent(nullptr, &desc), &ci));
             mUnit = reinterpret_cast<AudioUnit>(ci);
         } else {
             const AudioComponentDescription desc{kType, kSubtype, kManufacturer, 0, 0};
-            mOpenStatus = AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &desc), &mUnit);
+            EXPECT_EQ(noErr,
+                      AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &desc), &mUnit));
         }
-        EXPECT_EQ(noErr, mOpenStatus);
     }
     ~Instance()
     {
@@ -204,7 +208,6 @@ public:
             AudioComponentInstanceDispose(mUnit);
         }
     }
-    OSStatus openStatus() const { return mOpenStatus; }
     AudioUnit unit() const { return mUnit; }
 
     template <class T> OSStatus Set(AudioUnitPropertyID inID, const T& inValue)
@@ -319,7 +322,6 @@ private:
     }
 
     AudioUnit mUnit = nullptr;
-    OSStatus mOpenStatus = -1;
     bool mEntryStyle;
     UInt32 mChannels = 0;
     std::int64_t mSampleTime = 0;

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -152,9 +151,9 @@ TEST_P(VandrelUnit, FactoryPresetsListedSelectedAndRefused)
     }
 }
 
-// The saved state survives the XML form into a fresh instance of the other style and restores
-// the values and the preset name. A damaged or foreign state is refused with -10851 before anything
-// changes.
+// The saved state survives the XML form into a fresh instance of the other style, restoring
+// the values and the preset name; a damaged or foreign state is refused with -10851 before
+// anything changes.
 TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
 {
     Instance unit(GetParam());
@@ -180,24 +179,18 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
     // Each damage on its own: a foreign or missing identity, a part key, fields of the wrong
     // type, a state that is not a dictionary.
     ASSERT_EQ(noErr, fresh.Set(kAudioUnitProperty_PresentPreset, AUPreset{12, nullptr}));
-    const SInt32 zero = 0;
     const SInt32 one = 1;
-    CFNumberRef numberZero = CFNumberCreate(nullptr, kCFNumberSInt32Type, &zero);
     CFNumberRef numberOne = CFNumberCreate(nullptr, kCFNumberSInt32Type, &one);
     const std::pair<CFStringRef, CFTypeRef> damages[] = {
         {CFSTR("version"), numberOne},      {CFSTR("version"), nullptr},
         {CFSTR("subtype"), numberOne},      {CFSTR("subtype"), CFSTR("Vndr")},
         {CFSTR("manufacturer"), numberOne}, {CFSTR("manufacturer"), nullptr},
-        {CFSTR("part"), numberZero},        {CFSTR("data"), CFSTR("x")},
+        {CFSTR("part"), kCFBooleanTrue},    {CFSTR("data"), CFSTR("x")},
         {CFSTR("name"), numberOne},         {CFSTR("render-quality"), CFSTR("max")},
         {CFSTR("cpu-load"), CFSTR("x")},    {CFSTR("element-name"), numberOne}};
     for (const auto& [key, value] : damages) {
         CFMutableDictionaryRef damaged = CFDictionaryCreateMutableCopy(nullptr, 0, dict);
-        if (value == nullptr) {
-            CFDictionaryRemoveValue(damaged, key);
-        } else {
-            CFDictionarySetValue(damaged, key, value);
-        }
+        value ? CFDictionarySetValue(damaged, key, value) : CFDictionaryRemoveValue(damaged, key);
         EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
                   fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(damaged)))
             << ToString(key);
@@ -206,9 +199,8 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
         CFRelease(damaged);
     }
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-              fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(numberOne)));
+              fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(CFSTR("x"))));
     EXPECT_TRUE(HasValues(fresh, kPresetValues[12]));
-    CFRelease(numberZero);
     CFRelease(numberOne);
     CFRelease(state);
 }
@@ -216,9 +208,9 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
 INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelUnit, ::testing::Bool(), StyleName);
 
 // The unit's output against the reference at several channel counts and rates (one with a
-// fraction of a hertz): factory presets selected through the preset property, renders of
-// varied sizes up to the maximum slice, a reset mid-stream, then parameter sets (edges of the
-// mapping and values beyond the ranges) set between renders.
+// fraction of a hertz), in place (component-manager style) or not (factory style): factory
+// presets selected through the preset property, renders of varied sizes up to the maximum
+// slice, a reset mid-stream, then edge parameter sets set between renders.
 class VandrelUnitRender : public ::testing::TestWithParam<std::tuple<bool, int, double>>
 {
 };
@@ -229,6 +221,7 @@ TEST_P(VandrelUnitRender, OutputMatchesReferenceThroughPresetsResetAndChanges)
     const auto channels = static_cast<UInt32>(channelCount);
     Instance unit(entryStyle);
     ASSERT_EQ(noErr, unit.Set(kAudioUnitProperty_MaximumFramesPerSlice, UInt32{4096}));
+    ASSERT_EQ(noErr, unit.Set(kAudioUnitProperty_InPlaceProcessing, UInt32{entryStyle}));
     unit.Prepare(channels, rate);
     ReferenceStream reference(channels, static_cast<int>(rate));
     Audio expected;
@@ -260,9 +253,9 @@ INSTANTIATE_TEST_SUITE_P(StylesChannelsAndRates, VandrelUnitRender,
                          ::testing::Combine(::testing::Bool(), ::testing::Values(1, 2, 5, 32),
                                             ::testing::Values(44100.0, 48000.75, 22050.0)));
 
-// In place or into its own buffers, the unit processes, passes the input through when
-// bypassed (silent input as zeros flagged silent), begins the engine afresh when bypass is
-// turned off, never flags processed output silent, and takes a new format at initialization.
+// In place or into its own buffers, the unit passes the input through when bypassed (silent
+// input as zeros flagged silent), never flags processed output silent, and takes a new format
+// at initialization.
 class VandrelUnitBuffers : public ::testing::TestWithParam<bool>
 {
 };
@@ -272,19 +265,11 @@ TEST_P(VandrelUnitBuffers, ProcessBypassSilenceAndReinitialize)
     Instance unit(true);
     ASSERT_EQ(noErr, unit.Set(kAudioUnitProperty_InPlaceProcessing, UInt32{GetParam()}));
     unit.Prepare(2, 44100.0);
-    ReferenceStream reference(2, 44100);
-    Audio expected;
-    Audio actual;
-    reference.Process(kPresetValues[0], 512, expected);
-    unit.RenderAppend(actual, 512);
-    ASSERT_TRUE(SameAudio(expected, actual));
-
+    ASSERT_EQ(noErr, unit.Render(512));
     ASSERT_EQ(noErr, unit.Set(kAudioUnitProperty_BypassEffect, UInt32{1}));
-    const std::int64_t start = unit.sampleTime();
-    Audio bypassed;
-    unit.RenderAppend(bypassed, 128);
+    ASSERT_EQ(noErr, unit.Render(128));
     for (std::int64_t i = 0; i < 128; ++i) {
-        ASSERT_EQ(TestSample(1, start + i), bypassed[1][i]) << i;
+        ASSERT_EQ(TestSample(1, 512 + i), unit.Output(1)[i]) << i;
     }
     unit.silentInput = true;
     AudioUnitRenderActionFlags flags = 0;
@@ -305,8 +290,8 @@ TEST_P(VandrelUnitBuffers, ProcessBypassSilenceAndReinitialize)
     ASSERT_EQ(noErr, unit.SetFormat(1, 48000.7));
     ASSERT_EQ(noErr, AudioUnitInitialize(unit.unit()));
     ReferenceStream afterInit(1, 48000, unit.sampleTime());
-    expected.clear();
-    actual.clear();
+    Audio expected;
+    Audio actual;
     for (UInt32 frames : {128u, 777u}) {
         afterInit.Process(kPresetValues[0], frames, expected);
         unit.RenderAppend(actual, frames);
@@ -336,12 +321,10 @@ TEST_P(VandrelUnit, RefusesUnservableFormatsAndRendersWithoutInputNever)
     EXPECT_EQ(kAudioUnitErr_NoConnection, unfed.Render(64));
 }
 
-// Scheduled events, by effect and by the frame k they take effect at: events at frame 0 sound
-// exactly like plain settings, an event at frame k like two renders of k and n - k frames with
-// the value changed in between; under a ramp from frame k the engine takes the value at the
-// start of each 32-frame step, then the end value. The next render runs on the values the
-// framework stored (an immediate value, a ramp's start value). Events naming an unknown
-// parameter are refused.
+// Scheduled events, by effect and by the frame k they take effect at: events at frame 0 act as
+// plain settings, one at frame k as two renders of k and n - k frames; under a ramp from k the
+// engine takes the value at the start of each 32-frame step, then the end value. The next
+// render runs on the values the framework stored. Unknown parameters are refused.
 class VandrelScheduledRender : public ::testing::TestWithParam<std::tuple<float, UInt32>>
 {
 };
@@ -406,11 +389,7 @@ TEST(VandrelUnitConcurrent, ManyInstancesOpenAndCloseFromSeveralThreads)
             for (int i = 0; i < 15; ++i) {
                 Instance unit((t + i) % 2 == 0);
                 AudioUnitParameterInfo info{};
-                UInt32 size = sizeof(info);
-                if (unit.openStatus() != noErr ||
-                    AudioUnitGetProperty(unit.unit(), kAudioUnitProperty_ParameterInfo,
-                                         kAudioUnitScope_Global, kResonance, &info,
-                                         &size) != noErr ||
+                if (unit.Get(kAudioUnitProperty_ParameterInfo, info, kResonance) != noErr ||
                     std::string(info.name) != "Resonance" || info.defaultValue != 1.0f) {
                     ++failures;
                 }
