@@ -186,8 +186,11 @@ TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
         CFRelease(data);
         CFRelease(back);
     }
-    CFPropertyListRef copy = CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, 0);
+    auto copy = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFPropertyListCreateDeepCopy(
+        kCFAllocatorDefault, state, kCFPropertyListMutableContainers)));
     EXPECT_TRUE(CFEqual(state, copy));
+    CFDictionarySetValue(copy, CFSTR("extra"), kCFBooleanTrue); // mutable, and a copy
+    EXPECT_FALSE(CFEqual(state, copy));
     CFRelease(copy);
     CFRelease(state);
     // XML spells integers and reals apart, escapes text, and sorts keys so
