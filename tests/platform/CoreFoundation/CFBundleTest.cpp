@@ -60,9 +60,8 @@ class CFBundleTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-            unsetenv(variable);
-        }
+        unsetenv("LC_ALL"); // the cases set LANG themselves
+        unsetenv("LC_MESSAGES");
         char pattern[] = "/tmp/cfbundletestXXXXXX";
         char resolved[4096];
         ASSERT_NE(nullptr, realpath(mkdtemp(pattern), resolved));
