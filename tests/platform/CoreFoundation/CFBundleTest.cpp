@@ -53,17 +53,15 @@ std::string TakePath(CFURLRef url)
     return ok ? std::string(buffer) : std::string("<none>");
 }
 
-const char kSeche[] = "Sortie s\xC3\xA8"
-                      "che";
+const char kSeche[] = u8"Sortie s\u00E8che";
 
 class CFBundleTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-            unsetenv(variable);
-        }
+        unsetenv("LC_ALL"); // the cases set LANG themselves
+        unsetenv("LC_MESSAGES");
         char pattern[] = "/tmp/cfbundletestXXXXXX";
         char resolved[4096];
         ASSERT_NE(nullptr, realpath(mkdtemp(pattern), resolved));
@@ -99,9 +97,7 @@ protected:
 
     void TearDown() override
     {
-        if (mBundle != nullptr) {
-            CFRelease(mBundle);
-        }
+        CFRelease(mBundle);
         std::filesystem::remove_all(mRoot);
     }
 
@@ -161,14 +157,13 @@ TEST_F(CFBundleTest, LocalizedStringsAndResourcesFollowTheLocaleWithEnglishFallb
         };
     for (const auto& [lang, locale, key, value, table, expected] : cases) {
         setenv("LANG", lang, 1);
-        const std::string setting = locale != nullptr ? locale : "";
-        const std::string variable = setting.substr(0, setting.find('='));
-        if (!setting.empty()) {
-            setenv(variable.c_str(), setting.substr(variable.size() + 1).c_str(), 1);
+        if (locale != nullptr) {
+            putenv(const_cast<char*>(locale)); // a literal: it outlives the setting
         }
         CFStringRef name = NewCFString(key);
         CFStringRef result = CFBundleCopyLocalizedString(mBundle, name, value, table);
-        EXPECT_EQ(expected, ToString(result)) << lang << " " << setting << " " << key;
+        EXPECT_EQ(expected, ToString(result))
+            << lang << " " << (locale != nullptr ? locale : "") << " " << key;
         CFRelease(result);
         EXPECT_EQ(1, CFGetRetainCount(name)); // the key was not kept
         CFRelease(name);

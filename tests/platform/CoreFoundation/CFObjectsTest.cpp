@@ -86,23 +86,24 @@ TEST(CFObjectsTest, DictionariesKeepOneEntryPerKeyWithExactCountsAndDataGrows)
     EXPECT_EQ(twin, CFDictionaryGetValue(dict, key));
     EXPECT_EQ(2, CFGetRetainCount(key)); // the first key object stays
     EXPECT_EQ(2, CFGetRetainCount(twin));
+    CFDictionaryRemoveValue(dict, twin); // by an equal key: releases the key and the value
+    EXPECT_EQ(1, CFGetRetainCount(key));
+    EXPECT_EQ(1, CFGetRetainCount(twin));
     // Many keys, none lost or doubled through growth, read back in pairs.
     for (int i = 0; i < 1000; ++i) {
         CFStringRef name = NewCFString(std::to_string(i));
         CFDictionarySetValue(dict, name, name);
         CFRelease(name);
     }
-    ASSERT_EQ(1001, CFDictionaryGetCount(dict));
-    std::vector<const void*> keys(1001);
-    std::vector<const void*> values(1001);
+    ASSERT_EQ(1000, CFDictionaryGetCount(dict));
+    std::vector<const void*> keys(1000);
+    std::vector<const void*> values(1000);
     CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
     for (size_t i = 0; i < keys.size(); ++i) {
         EXPECT_TRUE(CFEqual(keys[i], values[i])) << i;
     }
     EXPECT_EQ("999", ToString(CFDictionaryGetValue(dict, CFSTR("999"))));
     CFRelease(dict);
-    EXPECT_EQ(1, CFGetRetainCount(key));
-    EXPECT_EQ(1, CFGetRetainCount(twin));
     CFRelease(key);
     CFRelease(twin);
     // Data grows through appends of its own bytes, the buffer moving.
@@ -187,8 +188,11 @@ TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
         CFRelease(data);
         CFRelease(back);
     }
-    CFPropertyListRef copy = CFPropertyListCreateDeepCopy(kCFAllocatorDefault, state, 0);
+    auto copy = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFPropertyListCreateDeepCopy(
+        kCFAllocatorDefault, state, kCFPropertyListMutableContainers)));
     EXPECT_TRUE(CFEqual(state, copy));
+    CFDictionarySetValue(copy, CFSTR("extra"), kCFBooleanTrue); // mutable, and a copy
+    EXPECT_FALSE(CFEqual(state, copy));
     CFRelease(copy);
     CFRelease(state);
     // XML spells integers and reals apart, escapes text, and sorts keys so
@@ -246,14 +250,13 @@ TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
         CFRelease(error);
     }
 
-    // A non-string key, deep in a tree; no tree; no format to write in.
+    // A non-string key, at the top or deep in a tree; no tree; no format.
     CFMutableDictionaryRef booleanKey = NewCFTypeDictionary();
     CFDictionarySetValue(booleanKey, kCFBooleanTrue, CFSTR("one"));
     const void* nested[] = {CFSTR("fine"), booleanKey};
     CFArrayRef invalid = CFArrayCreate(kCFAllocatorDefault, nested, 2, &kCFTypeArrayCallBacks);
-    CFRelease(booleanKey);
     const std::pair<CFPropertyListRef, CFPropertyListFormat> trees[] = {
-        {invalid, kCFPropertyListXMLFormat_v1_0},
+        {booleanKey, kCFPropertyListXMLFormat_v1_0},
         {invalid, kCFPropertyListBinaryFormat_v1_0},
         {nullptr, kCFPropertyListXMLFormat_v1_0},
         {CFSTR("fine"), kCFPropertyListOpenStepFormat},
@@ -268,6 +271,7 @@ TEST(CFObjectsTest, PropertyListsRefuseMalformedBytesAndUnwritableTrees)
     }
     EXPECT_TRUE(CFPropertyListIsValid(CFSTR("fine"), kCFPropertyListBinaryFormat_v1_0));
     CFRelease(invalid);
+    CFRelease(booleanKey);
 }
 
 TEST(CFObjectsTest, EdgesOfTextNumbersUrlsAndMutability)
