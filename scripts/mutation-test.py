@@ -162,6 +162,26 @@ def read_sample(report):
     return sample
 
 
+def relocate(mutant, tree):
+    """Finds a fault's line after its code moved to another file: the same text,
+    once only, in the sources. Returns the mutant at its new place, or None."""
+    path, number, col, orig, repl, kind, text = mutant
+    full = os.path.join(tree, path)
+    if os.path.isfile(full):
+        with open(full, encoding="utf-8") as f:
+            if locate(mutant, f.read().split("\n")) is not None:
+                return mutant
+    found = []
+    for folder in FOLDERS:
+        for source in source_files(folder):
+            with open(os.path.join(tree, source), encoding="utf-8") as f:
+                found += [(source, i + 1) for i, line in enumerate(f.read().split("\n")) if line == text]
+    if len(found) != 1:
+        return None
+    source, number = found[0]
+    return (source, number, col, orig, repl, kind, text)
+
+
 def locate(mutant, lines):
     """Finds the mutant's line again if edits moved it: the same text nearest the old place."""
     path, number, col, orig, repl, kind, text = mutant
@@ -339,11 +359,15 @@ def main():
     parser.add_argument("--count", type=int, default=150)
     parser.add_argument("--sample", help="rerun the faults listed in this earlier report")
     parser.add_argument("--report", default=os.path.join(ROOT, "build", "mutation", "report.tsv"))
+    parser.add_argument("--only", help="run only these faults of the sample (ids, comma-separated)")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
     args = parser.parse_args()
 
     sample = read_sample(args.sample) if args.sample else draw_sample(args.seed, args.count)
+    ids = range(1, len(sample) + 1)
+    if args.only:
+        ids = [int(i) for i in args.only.split(",")]
     if args.list:
         for i, (path, line, col, orig, repl, kind, _) in enumerate(sample, 1):
             print("%3d %s:%d %s %r -> %r" % (i, path, line, kind, orig, repl))
@@ -356,7 +380,8 @@ def main():
     started = time.time()
     with open(args.report, "w", encoding="utf-8") as report:
         report.write("# id\tplace\tcolumn\tkind\toriginal\treplacement\tresult\tcaught by\tline\n")
-        for i, mutant in enumerate(sample, 1):
+        for i in ids:
+            mutant = relocate(sample[i - 1], tree.tree) or sample[i - 1]
             path, line, col, orig, repl, kind, text = mutant
             result, by = tree.evaluate(mutant)
             counts[result] = counts.get(result, 0) + 1
