@@ -92,48 +92,37 @@ TEST(AUBaseLifecycleTest, InitializeAndCleanupRunTheirHooksOncePerTransition)
 
 TEST(AUBaseLifecycleTest, BusesAreSizedFromInitializationOnToTheMaximumSlice)
 {
-    auto owner = OpenUnit();
-    AUBaseTestUnit& unit = *owner;
+    auto unit = OpenUnit();
     ListenerLog log;
-    unit.AddPropertyListener(kAudioUnitProperty_MaximumFramesPerSlice, ListenerLog::Hear, &log);
-    AUOutputElement* out = unit.GetOutput(0);
+    unit->AddPropertyListener(kAudioUnitProperty_MaximumFramesPerSlice, ListenerLog::Hear, &log);
+    AUOutputElement* out = unit->GetOutput(0);
     const AUBufferList& output = out->GetBufferList();
     const auto setMaximum = [&](UInt32 inFrames, UInt32 inSize = sizeof(UInt32)) {
-        return unit.DispatchSetProperty(kAudioUnitProperty_MaximumFramesPerSlice, kGlobal, 0,
-                                        &inFrames, inSize);
+        return unit->DispatchSetProperty(kAudioUnitProperty_MaximumFramesPerSlice, kGlobal, 0,
+                                         &inFrames, inSize);
     };
     EXPECT_EQ(setMaximum(512, 2), kBadValue);
     EXPECT_EQ(setMaximum(512), noErr);
     out->AllocateBuffer(100);
-    EXPECT_EQ(log.mCalls.size(), 1u);
     EXPECT_EQ(output.GetAllocatedStreams(), 0u); // nothing before initialization
-    EXPECT_FALSE(unit.BuffersAllocated());
-
-    ASSERT_EQ(unit.DoInitialize(), noErr);
-    EXPECT_TRUE(unit.BuffersAllocated());
+    ASSERT_EQ(unit->DoInitialize(), noErr);
     EXPECT_EQ(output.GetAllocatedFrames(), 512u);
     EXPECT_EQ(output.GetAllocatedBytes(), 2u * 2048u);
     EXPECT_EQ(setMaximum(256), kAudioUnitErr_Initialized);
-    EXPECT_EQ(unit.GetMaxFramesPerSlice(), 512u);
     // A new format while initialized resizes the bus at once.
     EXPECT_EQ(out->SetStreamFormat(FloatFormat(4)), noErr);
     EXPECT_EQ(out->PrepareIOBuffer(512).mBuffers[3].mDataByteSize, 2048u);
     EXPECT_EQ(ThrownStatus([&] { out->PrepareIOBuffer(513); }),
               kAudioUnitErr_TooManyFramesToProcess);
-    out->AllocateBuffer(2000);
-    EXPECT_EQ(output.GetAllocatedFrames(), 2000u); // an explicit frame count wins
-
-    // After cleanup a new maximum is stored and formats change freely; the
-    // buses keep their memory until the next initialization sizes them.
-    unit.DoCleanup();
+    // After cleanup a new maximum is stored; the next initialization sizes
+    // the buses, whose memory never shrinks.
+    unit->DoCleanup();
     EXPECT_EQ(setMaximum(256), noErr);
     EXPECT_EQ(log.mCalls.size(), 2u);
-    EXPECT_EQ(out->SetStreamFormat(FloatFormat(2)), noErr);
-    EXPECT_EQ(output.GetAllocatedStreams(), 4u);
-    ASSERT_EQ(unit.DoInitialize(), noErr);
+    ASSERT_EQ(unit->DoInitialize(), noErr);
     EXPECT_EQ(output.GetAllocatedFrames(), 256u);
-    EXPECT_EQ(output.GetAllocatedBytes(), 4u * 8000u); // memory never shrinks
-    unit.SetMaxFramesPerSlice(1024);                   // while initialized: every bus at once
+    EXPECT_EQ(output.GetAllocatedBytes(), 4u * 2048u);
+    unit->SetMaxFramesPerSlice(1024); // while initialized: every bus at once
     EXPECT_EQ(output.GetAllocatedFrames(), 1024u);
 }
 
@@ -364,35 +353,22 @@ TEST_F(PropertyTest, GetsHandOutValuesAndReferencesTheHostOwns)
     Float64 number = 0.0;
     EXPECT_EQ(Get(kLastRenderedSampleTime, kGlobal, 0, number), noErr);
     EXPECT_EQ(number, AUBase::kNoLastRenderedSampleTime);
-    EXPECT_EQ(Get(kAudioUnitProperty_Latency, kGlobal, 0, number), noErr);
-    EXPECT_EQ(number, 0.0);
     AudioUnitParameterID ids[3] = {};
     EXPECT_EQ(Get(kAudioUnitProperty_ParameterList, kGlobal, 0, ids), noErr);
     EXPECT_EQ(ids[2], 2u);
     UInt32 count = 0;
     EXPECT_EQ(Get(kAudioUnitProperty_ElementCount, kOut, 0, count), noErr);
     EXPECT_EQ(count, 1u);
-    EXPECT_EQ(Get(kAudioUnitProperty_MaximumFramesPerSlice, kGlobal, 0, count), noErr);
-    EXPECT_EQ(count, 1156u);
-    EXPECT_EQ(Get(kAudioUnitProperty_ShouldAllocateBuffer, kIn, 0, count), noErr);
-    EXPECT_EQ(count, 1u);
     const UInt32 no = 0;
     EXPECT_EQ(Set(kAudioUnitProperty_ShouldAllocateBuffer, kIn, 0, &no, 4), noErr);
     EXPECT_EQ(Get(kAudioUnitProperty_ShouldAllocateBuffer, kIn, 0, count), noErr);
     EXPECT_EQ(count, 0u);
-
     void* proc = nullptr;
-    const std::pair<AudioUnitElement, void*> procs[] = {
-        {kAudioUnitRenderSelect, reinterpret_cast<void*>(&CMgr_AudioUnitBaseRender)},
-        {kAudioUnitGetParameterSelect, reinterpret_cast<void*>(&CMgr_AudioUnitBaseGetParameter)},
-        {kAudioUnitSetParameterSelect, reinterpret_cast<void*>(&CMgr_AudioUnitBaseSetParameter)}};
-    for (const auto& [selector, expected] : procs) {
-        EXPECT_EQ(Get(kAudioUnitProperty_FastDispatch, kGlobal, selector, proc), noErr);
-        EXPECT_EQ(proc, expected);
-    }
+    EXPECT_EQ(Get(kAudioUnitProperty_FastDispatch, kGlobal, kAudioUnitGetParameterSelect, proc),
+              noErr);
+    EXPECT_EQ(proc, reinterpret_cast<void*>(&CMgr_AudioUnitBaseGetParameter));
     EXPECT_EQ(Get(kAudioUnitProperty_FastDispatch, kGlobal, kAudioUnitResetSelect, proc),
               kNoProperty);
-
     // The system clump is refused; others go to the unit, which has none.
     AudioUnitParameterNameInfo clump{kAudioUnitClumpID_System, -1, nullptr};
     EXPECT_EQ(Get(kAudioUnitProperty_ParameterClumpName, kGlobal, 0, clump), kBadValue);
