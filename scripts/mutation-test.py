@@ -230,12 +230,24 @@ def build(build_dir, jobs, target=None):
 
 
 def test_programs(build_dir):
-    """The test programs ctest knows, each run once whole rather than test by test."""
+    """The test programs ctest knows, by name under tests/: a Google Test program
+    is run once whole rather than test by test; any other test (a script, a
+    validator) runs as ctest would run it, named after its folder and test name."""
     listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build_dir, check=True,
                             capture_output=True, text=True).stdout
     tests_dir = os.path.join(build_dir, "tests")
-    commands = {test["command"][0] for test in json.loads(listed)["tests"] if test.get("command")}
-    return sorted(os.path.relpath(c, tests_dir) for c in commands)
+    programs = {}
+    for test in json.loads(listed)["tests"]:
+        command = test.get("command")
+        if not command:
+            continue
+        if any(arg.startswith("--gtest_filter") for arg in command):
+            programs[os.path.relpath(command[0], tests_dir)] = [command[0], "--gtest_brief=1"]
+        else:
+            folder = next((p["value"] for p in test.get("properties", [])
+                           if p["name"] == "WORKING_DIRECTORY"), tests_dir)
+            programs[os.path.join(os.path.relpath(folder, tests_dir), test["name"])] = command
+    return [(name, programs[name]) for name in sorted(programs)]
 
 
 def nearest_first(programs, source):
@@ -253,7 +265,7 @@ def nearest_first(programs, source):
             depth += 1
         return -depth
 
-    return sorted(programs, key=lambda p: (shared(p), p))
+    return sorted(programs, key=lambda p: (shared(p[0]), p[0]))
 
 
 def run_tests(build_dir, programs, env, jobs=None, durations=None):
@@ -262,10 +274,12 @@ def run_tests(build_dir, programs, env, jobs=None, durations=None):
     so a fault the nearest tests catch costs no other links; a build failure
     raises BuildError. Records each program's time in durations when given;
     otherwise uses the times recorded there to tell a hang."""
-    for program in programs:
-        path = os.path.join(build_dir, "tests", program)
+    for program, command in programs:
         if jobs:
-            ok, _ = build(build_dir, jobs, os.path.basename(program))
+            # A Google Test program needs only its own target; anything else
+            # (a script over the built tools) needs the whole build.
+            gtest = command[-1] == "--gtest_brief=1"
+            ok, _ = build(build_dir, jobs, os.path.basename(program) if gtest else None)
             if not ok:
                 raise BuildError(program)
         timeout = None
@@ -273,8 +287,8 @@ def run_tests(build_dir, programs, env, jobs=None, durations=None):
             timeout = max(MIN_TIMEOUT, TIMEOUT_FACTOR * durations[program])
         started = time.time()
         try:
-            result = subprocess.run([path, "--gtest_brief=1"], cwd=os.path.dirname(path), env=env,
-                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            result = subprocess.run(command, cwd=os.path.join(build_dir, "tests", os.path.dirname(program)),
+                                    env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                     timeout=timeout)
         except subprocess.TimeoutExpired:
             return program + " (hang)"
