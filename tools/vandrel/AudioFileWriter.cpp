@@ -110,6 +110,9 @@ AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, dou
                         "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
     // Integer formats clip at full scale instead of wrapping around.
     sf_command(mFile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    // No peak chunk in float files: keeping it scans every sample written,
+    // which costs more than the effect itself, for an optional header.
+    sf_command(mFile, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 
 AudioFileWriter::~AudioFileWriter()
