@@ -6,10 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -378,28 +376,5 @@ TEST_P(VandrelScheduledRender, EventsSplitTheRenderExactly)
 INSTANTIATE_TEST_SUITE_P(EffectsAndSplits, VandrelScheduledRender,
                          ::testing::Combine(::testing::Values(0.0f, 1.0f, 2.0f),
                                             ::testing::Values(0u, 1u, 37u, 450u)));
-
-TEST(VandrelUnitConcurrent, ManyInstancesOpenAndCloseFromSeveralThreads)
-{
-    RegisterBundle();
-    std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 6; ++t) {
-        threads.emplace_back([&failures, t] {
-            for (int i = 0; i < 15; ++i) {
-                Instance unit((t + i) % 2 == 0);
-                AudioUnitParameterInfo info{};
-                if (unit.Get(kAudioUnitProperty_ParameterInfo, info, kResonance) != noErr ||
-                    std::string(info.name) != "Resonance" || info.defaultValue != 1.0f) {
-                    ++failures;
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(0, failures.load());
-}
 
 } // namespace

@@ -1,9 +1,35 @@
 #include "Renderer.h"
 
+#include "ParameterTable.h"
 #include "ToolError.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string>
+
+namespace {
+
+// The settings in force, for a message: the out-of-range ones when there are
+// any (those are the likely cause), else all of them.
+std::string describeSettings(const PluginHost& host)
+{
+    const ParameterTable table(host.parameters());
+    std::string outside, all;
+    for (const ParameterDescription& parameter : table.all()) {
+        const AudioUnitParameterValue value = host.parameter(parameter.id);
+        const std::string unit = ParameterTable::unitName(parameter.unit);
+        const std::string text = parameter.name + " " + ParameterTable::formatValue(value) +
+                                 (unit.empty() || unit == "index" ? "" : " " + unit);
+        all += (all.empty() ? "" : ", ") + text;
+        if (!(value >= parameter.minValue && value <= parameter.maxValue))
+            outside += (outside.empty() ? "" : ", ") + text + " (range " +
+                       ParameterTable::formatValue(parameter.minValue) + " to " +
+                       ParameterTable::formatValue(parameter.maxValue) + ")";
+    }
+    return outside.empty() ? "with " + all : "with settings outside their ranges: " + outside;
+}
+
+} // namespace
 
 Renderer::Renderer(PluginHost& host, AudioSource& source, AudioFileWriter& writer,
                    const Automation& automation, unsigned blockSize, int64_t tailFrames)
@@ -60,6 +86,19 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
                             "The plug-in failed to render at " +
                                 std::to_string(position / mSource.sampleRate()) + " s (status " +
                                 std::to_string(status) + "); no output file was written.");
+        // Unstable settings can drive the effect to infinity or NaN, which no
+        // audio file should hold.
+        for (unsigned c = 0; c < channels; ++c) {
+            const auto bad = std::find_if(output[c].begin(), output[c].begin() + frames,
+                                          [](float sample) { return !std::isfinite(sample); });
+            if (bad != output[c].begin() + frames)
+                throw ToolError(ExitStatus::kProcessingFailed,
+                                "The plug-in's output became infinite or not a number at " +
+                                    std::to_string((position + (bad - output[c].begin())) /
+                                                   mSource.sampleRate()) +
+                                    " s " + describeSettings(mHost) +
+                                    "; no output file was written.");
+        }
         mWriter.write(writePointers.data(), frames);
         position += frames;
         if (progress != nullptr)

@@ -23,7 +23,9 @@ public:
 
     // Renders everything; returns the frames written. Throws ToolError: the
     // source's and writer's errors, kProcessingFailed when the unit fails a
-    // render, kInterrupted when *interrupted becomes nonzero. progress may be null. [control]
+    // render or its output holds an infinite or NaN sample (naming the
+    // settings), kInterrupted when *interrupted becomes nonzero. progress may
+    // be null. [control]
     int64_t run(ProgressBar* progress, const volatile std::sig_atomic_t* interrupted);
 
 private:

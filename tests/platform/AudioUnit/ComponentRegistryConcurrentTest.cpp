@@ -16,7 +16,7 @@ namespace {
 const AudioComponentDescription kPlugIn = {kAudioUnitType_Effect, 0x566E6472 /* Vndr */,
                                            0x5664726C /* Vdrl */, 0, 0};
 
-/* One open-set-read-close cycle: true when every call succeeds and the
+/* One open-initialize-set-read-close cycle: true when every call succeeds and the
    centre frequency reads back as tag. */
 bool Cycle(bool componentManager, Float32 tag)
 {
@@ -29,7 +29,8 @@ bool Cycle(bool componentManager, Float32 tag)
                                                       &unit)) != noErr) {
         return false;
     }
-    const bool used = AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0) == noErr &&
+    const bool used = AudioUnitInitialize(unit) == noErr &&
+                      AudioUnitSetParameter(unit, 5, kAudioUnitScope_Global, 0, tag, 0) == noErr &&
                       AudioUnitGetParameter(unit, 5, kAudioUnitScope_Global, 0, &value) == noErr;
     const OSStatus closed =
         componentManager ? CloseComponent(unit) : AudioComponentInstanceDispose(unit);

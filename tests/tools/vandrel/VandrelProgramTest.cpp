@@ -430,6 +430,11 @@ TEST_F(VandrelProgramTest, MistakesGiveAClearMessageAStatusAndNoOutputFile)
         {{in, "-o", out, "--plugin", path("Nowhere.component")}, 5, "Nowhere.component"},
         {{in, "-o", out, "--plugin", mFolder}, 5, "neither a plug-in bundle"},
         {{path("wide.wav"), "-o", out}, 6, "33 channels"},
+        // Unstable settings: the output goes infinite or NaN, and no file is written.
+        {{in, out, "-p", "Wah-Wah 1", "-t", "1", "-s", "center frequency=-500"},
+         1,
+         "Center frequency -500 Hz ("},
+        {{in, out, "-s", "wet out=1e30"}, 1, "not a number at 0.000000 s with settings outside"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args.empty() ? "(no arguments)" : c.args.back());
