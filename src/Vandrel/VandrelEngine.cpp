@@ -52,6 +52,28 @@ inline __m128d FlushPair(__m128d v)
     return _mm_andnot_pd(_mm_cmplt_pd(magnitude, _mm_set1_pd(kFlushThreshold)), v);
 }
 
+// Flush and FlushPair for a value that feeds back into the next sample: the
+// rare flush takes a branch, so the next sample runs on with the value while
+// the compare waits for the branch check instead of lengthening the feedback
+// chain. Same results as Flush and FlushPair.
+inline double FlushFeedback(double v)
+{
+    if (__builtin_expect(std::fabs(v) < kFlushThreshold, 0)) {
+        return 0.0;
+    }
+    return v;
+}
+
+inline __m128d FlushFeedbackPair(__m128d v)
+{
+    const __m128d magnitude = _mm_andnot_pd(_mm_set1_pd(-0.0), v);
+    const __m128d small = _mm_cmplt_pd(magnitude, _mm_set1_pd(kFlushThreshold));
+    if (__builtin_expect(_mm_movemask_pd(small) != 0, 0)) {
+        return _mm_andnot_pd(small, v);
+    }
+    return v;
+}
+
 // Sample f of two channel buffers as a pair of doubles, and back.
 inline __m128d LoadPair(const float* samples0, const float* samples1, unsigned int f)
 {
@@ -155,7 +177,7 @@ inline double AllPass(double x, double a1, double a2, double& y1, double& y2)
     const double w = (x + a1 * y1) - a2 * y2;
     const double a = (a2 * w - a1 * y1) + y2;
     y2 = y1;
-    y1 = Flush(w);
+    y1 = FlushFeedback(w);
     return a;
 }
 
@@ -284,7 +306,7 @@ void FilterPair(float* __restrict samples0, float* __restrict samples1, double* 
                   const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
                   const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
                   y2 = y1;
-                  y1 = FlushPair(w);
+                  y1 = FlushFeedbackPair(w);
                   const __m128d processed =
                       kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
                   StorePair(samples0, samples1, f,
@@ -827,7 +849,7 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
                     _mm_add_pd(_mm_mul_pd(_mm_sub_pd(older, newer), _mm_set1_pd(frac)), newer);
                 const __m128d d =
                     _mm_add_pd(_mm_mul_pd(memGain, memPair), _mm_mul_pd(interpolated, delayGain));
-                memPair = FlushPair(d);
+                memPair = FlushFeedbackPair(d);
                 const __m128d x = LoadPair(samples0, samples1, f);
                 _mm_storeu_pd(writeFrame, FlushPair(_mm_add_pd(_mm_mul_pd(feedback, d), x)));
                 StorePair(samples0, samples1, f,
@@ -837,7 +859,7 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
                 const double newer = *newerFrame;
                 const double d =
                     gains.memGain * mem + ((older - newer) * frac + newer) * gains.delayGain;
-                mem = Flush(d);
+                mem = FlushFeedback(d);
                 const double x = static_cast<double>(samples0[f]);
                 *writeFrame = Flush(gains.feedback * d + x);
                 samples0[f] = static_cast<float>(x * gains.dry + d * gains.wet);
