@@ -1,6 +1,7 @@
 #include "SweepFrequencies.h"
 
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -12,10 +13,28 @@ constexpr double kMinStart = 0x1p-960;
 constexpr std::int64_t kBinadeEnd = std::int64_t{1} << 53;
 constexpr double kMaxStepUnits = 0x1p52;
 
+// The double format: a normal value is (2^52 + significand) * 2^(biased - 1075).
+constexpr std::uint64_t kSignificandBits = 52;
+constexpr std::uint64_t kImplicitBit = std::uint64_t{1} << kSignificandBits;
+constexpr std::uint64_t kExponentBias = 1023;
+
+// 2^(biased - 1023) for a biased exponent of a normal number (1 to 2046).
+double PowerOfTwo(std::uint64_t biased)
+{
+    const std::uint64_t bits = biased << kSignificandBits;
+    double v;
+    std::memcpy(&v, &bits, sizeof v);
+    return v;
+}
+
 } // namespace
 
 bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
 {
+    // The runs depend on nothing else: the same inputs keep them.
+    if (mRunCount > 0 && lo == mLo && inc == mInc && count == mCount) {
+        return true;
+    }
     mRunCount = 0;
     if (!(lo >= kMinStart) || !std::isfinite(lo) || !std::isfinite(inc) || count < 1) {
         return false;
@@ -32,11 +51,16 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
             mRunCount = 0;
             return false;
         }
-        int exponent = 0;
-        std::frexp(f, &exponent);
-        const double ulp = std::ldexp(1.0, exponent - 53);
-        const std::int64_t units = static_cast<std::int64_t>(f / ulp);
-        const double r = magnitude / ulp;
+        // f is normal: its significand is its count of units in the last
+        // place, and the unit and its inverse are normal powers of two, so
+        // that scaling by the inverse rounds as dividing by the unit does.
+        std::uint64_t bits;
+        std::memcpy(&bits, &f, sizeof bits);
+        const std::uint64_t biased = bits >> kSignificandBits;
+        const std::int64_t units =
+            static_cast<std::int64_t>((bits & (kImplicitBit - 1)) | kImplicitBit);
+        const double ulp = PowerOfTwo(biased - kSignificandBits);
+        const double r = magnitude * PowerOfTwo(2 * kExponentBias + kSignificandBits - biased);
 
         // Steps from f that stay in its binade each move d units; a step of
         // half a unit more than a whole number rounds to the even neighbour,
@@ -45,9 +69,8 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
         std::int64_t n = 0;
         std::int64_t d = 0;
         if (r < kMaxStepUnits) {
-            const double whole = std::floor(r);
-            const double frac = r - whole;
-            d = static_cast<std::int64_t>(whole);
+            d = static_cast<std::int64_t>(r);
+            const double frac = r - static_cast<double>(d);
             if (frac > 0.5 || (frac == 0.5 && (units + d) % 2 != 0)) {
                 ++d;
             }
@@ -64,6 +87,9 @@ bool CSweepFrequencies::Build(double lo, double inc, std::int64_t count)
         mRuns[mRunCount++] = Run{j, f, step};
         j += n;
         if (j >= last) {
+            mLo = lo;
+            mInc = inc;
+            mCount = count;
             return true;
         }
         f = f + static_cast<double>(n) * step;

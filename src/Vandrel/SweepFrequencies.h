@@ -27,7 +27,8 @@ public:
     // Splits the sum of `count` entries (1 to 2000) from `lo` by `inc` into
     // runs. Returns false, with no runs, when that is not possible (a
     // frequency below 2^-960 or not finite, or more than kMaxRuns runs); the
-    // caller then sums. [any]
+    // caller then sums. A call with the inputs of the last successful one
+    // keeps its runs. [any]
     bool Build(double lo, double inc, std::int64_t count);
 
     // f(j) for 0 <= j < count, exactly the running sum's value. Valid only
@@ -62,6 +63,10 @@ private:
 
     Run mRuns[kMaxRuns];
     int mRunCount = 0;
+    // Inputs of the runs held (valid while mRunCount > 0).
+    double mLo = 0.0;
+    double mInc = 0.0;
+    std::int64_t mCount = 0;
 };
 
 #endif

@@ -192,8 +192,11 @@ template <bool kPhaser> inline float MixWah(double x, double a, double wet, doub
 // Walks the sweep over frameCount frames from (pos, step), calling
 // body(f, a1, a2) with each frame's coefficients, exactly as InterpolateSweep
 // and AdvanceSweep frame by frame; on return (pos, step) is the state after
-// the last frame. Within the table the position needs no clamping, and
-// between two turns only the end it moves towards needs a test.
+// the last frame. The walk goes one table interval [i0, i0 + 1) at a time:
+// within it the two entries and their differences stay, only the first
+// position can be whole (or, moving down, a position that starts the next
+// interval), and the one comparison that leaves the interval also catches
+// the turn at either end.
 template <typename Body>
 inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t last,
                       unsigned int frameCount, double& pos, double& step, Body body)
@@ -201,16 +204,6 @@ inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t
     double p = pos;
     double s = step;
     const double end = static_cast<double>(last);
-    auto coefficients = [a1Table, a2Table](double q, double& a1, double& a2) {
-        const std::int64_t i0 = static_cast<std::int64_t>(q);
-        a1 = a1Table[i0];
-        a2 = a2Table[i0];
-        if (q != static_cast<double>(i0)) {
-            const double t = q - static_cast<double>(i0);
-            a1 = a1 + (a1Table[i0 + 1] - a1) * t;
-            a2 = a2 + (a2Table[i0 + 1] - a2) * t;
-        }
-    };
     unsigned int f = 0;
     while (f < frameCount) {
         if (!(p >= 0.0 && p <= end && std::fabs(s) >= kMinRegularStep)) {
@@ -224,35 +217,49 @@ inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t
             ++f;
             continue;
         }
+        const std::int64_t i0 = static_cast<std::int64_t>(p);
+        const double base = static_cast<double>(i0);
+        const double a1 = a1Table[i0];
+        const double a2 = a2Table[i0];
+        if (p == base) {
+            body(f, a1, a2);
+            ++f;
+            AdvanceSweep(p, s, last);
+            continue;
+        }
+        // A position strictly inside the interval lies below the last entry.
+        const double d1 = a1Table[i0 + 1] - a1;
+        const double d2 = a2Table[i0 + 1] - a2;
         if (s > 0.0) {
-            for (; f < frameCount; ++f) {
-                double a1;
-                double a2;
-                coefficients(p, a1, a2);
-                body(f, a1, a2);
+            const double limit = base + 1.0;
+            for (;;) {
+                const double t = p - base;
+                body(f, a1 + d1 * t, a2 + d2 * t);
+                ++f;
                 const double next = p + s;
-                if (next >= end) {
-                    p = end;
-                    s = -s;
-                    ++f;
+                if (next >= limit) {
+                    AdvanceSweep(p, s, last);
                     break;
                 }
                 p = next;
+                if (f == frameCount) {
+                    break;
+                }
             }
         } else {
-            for (; f < frameCount; ++f) {
-                double a1;
-                double a2;
-                coefficients(p, a1, a2);
-                body(f, a1, a2);
+            for (;;) {
+                const double t = p - base;
+                body(f, a1 + d1 * t, a2 + d2 * t);
+                ++f;
                 const double next = p + s;
-                if (next <= 0.0) {
-                    p = 0.0;
-                    s = -s;
-                    ++f;
+                if (next <= base) {
+                    AdvanceSweep(p, s, last);
                     break;
                 }
                 p = next;
+                if (f == frameCount) {
+                    break;
+                }
             }
         }
     }
