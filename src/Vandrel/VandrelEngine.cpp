@@ -839,13 +839,18 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
             prev2 = prev1;
             prev1 = cur;
             pos = cur * depth + center;
-            if (!(pos >= 0.0 && pos < 6500.0)) {
+            // A position within the line truncates to a frame of it; so do
+            // the ones in (-1, 0), which only the rare frame 0 must tell
+            // apart. Anything else (NaN too) truncates outside.
+            std::int32_t i = _mm_cvttsd_si32(_mm_set_sd(pos));
+            if (static_cast<std::uint32_t>(i) > static_cast<std::uint32_t>(kLast) ||
+                (i == 0 && pos < 0.0)) {
                 pos = FlangeReadPosition(cur, depth, center);
                 if (!(pos >= 0.0 && pos < 6500.0)) {
                     break;
                 }
+                i = static_cast<std::int32_t>(pos);
             }
-            const std::int32_t i = static_cast<std::int32_t>(pos);
             const double frac = pos - static_cast<double>(i);
             const double* const newerFrame = line + i * kStride;
             const double* const olderFrame = i < kLast ? newerFrame + kStride : line;
