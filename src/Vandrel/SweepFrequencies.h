@@ -9,7 +9,7 @@
  * only the step that leaves a binade is summed in floating point. Any f(j)
  * then costs two operations, and a table entry can be computed on its own.
  *
- * Thread: [any]; no allocation. One object serves one (lo, inc, count).
+ * Thread: [any]; no allocation. One object serves one (lo, inc, count) at a time.
  */
 #ifndef SWEEPFREQUENCIES_H
 #define SWEEPFREQUENCIES_H
@@ -27,15 +27,25 @@ public:
     // Splits the sum of `count` entries (1 to 2000) from `lo` by `inc` into
     // runs. Returns false, with no runs, when that is not possible (a
     // frequency below 2^-960 or not finite, or more than kMaxRuns runs); the
-    // caller then sums. [any]
+    // caller then sums. A call with the inputs of the last successful one
+    // keeps its runs. [any]
     bool Build(double lo, double inc, std::int64_t count);
 
+    // Build in steps: Begin takes the inputs (false, with no runs, when lo,
+    // inc or count is unusable; the same inputs as before keep the runs made
+    // so far), and Reach(j) splits off runs until entry j is covered, so a
+    // caller that needs only the low entries pays only for their runs.
+    // Reach returns false, with no runs left, when a run cannot be made (as
+    // Build would have). [any]
+    bool Begin(double lo, double inc, std::int64_t count);
+    bool Reach(std::int64_t j);
+
     // f(j) for 0 <= j < count, exactly the running sum's value. Valid only
-    // after a successful Build. [any]
+    // for entries a successful Build or Reach covered. [any]
     double At(std::int64_t j) const;
 
-    // Calls fn(j, f(j)) for j = first ... last in order (0 <= first, last <
-    // count); cheaper than At for each. [any]
+    // Calls fn(j, f(j)) for j = first ... last in order (0 <= first, last
+    // covered as for At); cheaper than At for each. [any]
     template <typename Fn> void ForEach(std::int64_t first, std::int64_t last, Fn fn) const
     {
         int r = RunOf(first);
@@ -59,9 +69,19 @@ private:
     };
 
     int RunOf(std::int64_t j) const;
+    // Appends the run that starts at mNextFirst; false when it cannot be made.
+    bool SplitRun();
 
     Run mRuns[kMaxRuns];
     int mRunCount = 0;
+    // Inputs of the runs (meaningful while mValid), and where the next run
+    // starts: entries below mNextFirst are covered (mCount once all are).
+    bool mValid = false;
+    double mLo = 0.0;
+    double mInc = 0.0;
+    std::int64_t mCount = 0;
+    std::int64_t mNextFirst = 0;
+    double mNextStart = 0.0;
 };
 
 #endif

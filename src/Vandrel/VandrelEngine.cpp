@@ -52,6 +52,28 @@ inline __m128d FlushPair(__m128d v)
     return _mm_andnot_pd(_mm_cmplt_pd(magnitude, _mm_set1_pd(kFlushThreshold)), v);
 }
 
+// Flush and FlushPair for a value that feeds back into the next sample: the
+// rare flush takes a branch, so the next sample runs on with the value while
+// the compare waits for the branch check instead of lengthening the feedback
+// chain. Same results as Flush and FlushPair.
+inline double FlushFeedback(double v)
+{
+    if (__builtin_expect(std::fabs(v) < kFlushThreshold, 0)) {
+        return 0.0;
+    }
+    return v;
+}
+
+inline __m128d FlushFeedbackPair(__m128d v)
+{
+    const __m128d magnitude = _mm_andnot_pd(_mm_set1_pd(-0.0), v);
+    const __m128d small = _mm_cmplt_pd(magnitude, _mm_set1_pd(kFlushThreshold));
+    if (__builtin_expect(_mm_movemask_pd(small) != 0, 0)) {
+        return _mm_andnot_pd(small, v);
+    }
+    return v;
+}
+
 // Sample f of two channel buffers as a pair of doubles, and back.
 inline __m128d LoadPair(const float* samples0, const float* samples1, unsigned int f)
 {
@@ -155,7 +177,7 @@ inline double AllPass(double x, double a1, double a2, double& y1, double& y2)
     const double w = (x + a1 * y1) - a2 * y2;
     const double a = (a2 * w - a1 * y1) + y2;
     y2 = y1;
-    y1 = Flush(w);
+    y1 = FlushFeedback(w);
     return a;
 }
 
@@ -167,28 +189,30 @@ template <bool kPhaser> inline float MixWah(double x, double a, double wet, doub
     return static_cast<float>(processed * wet + x * dry);
 }
 
+// Sweep steps of at least this size (in table entries per frame) walk frame
+// by frame, smaller ones by table interval (see WalkSweep).
+constexpr double kFrameWalkStep = 0.5;
+
 // Walks the sweep over frameCount frames from (pos, step), calling
-// body(f, a1, a2) with each frame's coefficients, exactly as InterpolateSweep
+// body(f, a1, a2) with each frame's coefficients (in both lanes), exactly as InterpolateSweep
 // and AdvanceSweep frame by frame; on return (pos, step) is the state after
 // the last frame. Within the table the position needs no clamping, and
 // between two turns only the end it moves towards needs a test.
-template <typename Body>
+//
+// kByInterval walks one table interval [i0, i0 + 1) at a time: within it the
+// two entries and their differences stay, only the first position can be
+// whole (or, moving down, a position that starts the next interval), and the
+// one comparison that leaves the interval also catches the turn at either
+// end. That pays for slow sweeps; a fast one crosses an interval every frame
+// or two, at irregular counts the branch predictor misses, and goes frame by
+// frame instead.
+template <bool kByInterval, typename Body>
 inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t last,
                       unsigned int frameCount, double& pos, double& step, Body body)
 {
     double p = pos;
     double s = step;
     const double end = static_cast<double>(last);
-    auto coefficients = [a1Table, a2Table](double q, double& a1, double& a2) {
-        const std::int64_t i0 = static_cast<std::int64_t>(q);
-        a1 = a1Table[i0];
-        a2 = a2Table[i0];
-        if (q != static_cast<double>(i0)) {
-            const double t = q - static_cast<double>(i0);
-            a1 = a1 + (a1Table[i0 + 1] - a1) * t;
-            a2 = a2 + (a2Table[i0 + 1] - a2) * t;
-        }
-    };
     unsigned int f = 0;
     while (f < frameCount) {
         if (!(p >= 0.0 && p <= end && std::fabs(s) >= kMinRegularStep)) {
@@ -198,39 +222,103 @@ inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t
             double a2;
             InterpolateSweep(a1Table, a2Table, last, p, a1, a2);
             AdvanceSweep(p, s, last);
-            body(f, a1, a2);
+            body(f, _mm_set1_pd(a1), _mm_set1_pd(a2));
             ++f;
             continue;
         }
+        if constexpr (!kByInterval) {
+            auto coefficients = [a1Table, a2Table](double q, double& a1, double& a2) {
+                const std::int64_t i0 = static_cast<std::int64_t>(q);
+                a1 = a1Table[i0];
+                a2 = a2Table[i0];
+                if (q != static_cast<double>(i0)) {
+                    const double t = q - static_cast<double>(i0);
+                    a1 = a1 + (a1Table[i0 + 1] - a1) * t;
+                    a2 = a2 + (a2Table[i0 + 1] - a2) * t;
+                }
+            };
+            if (s > 0.0) {
+                for (; f < frameCount; ++f) {
+                    double a1;
+                    double a2;
+                    coefficients(p, a1, a2);
+                    body(f, _mm_set1_pd(a1), _mm_set1_pd(a2));
+                    const double next = p + s;
+                    if (next >= end) {
+                        p = end;
+                        s = -s;
+                        ++f;
+                        break;
+                    }
+                    p = next;
+                }
+            } else {
+                for (; f < frameCount; ++f) {
+                    double a1;
+                    double a2;
+                    coefficients(p, a1, a2);
+                    body(f, _mm_set1_pd(a1), _mm_set1_pd(a2));
+                    const double next = p + s;
+                    if (next <= 0.0) {
+                        p = 0.0;
+                        s = -s;
+                        ++f;
+                        break;
+                    }
+                    p = next;
+                }
+            }
+            continue;
+        }
+        const std::int64_t i0 = static_cast<std::int64_t>(p);
+        const double base = static_cast<double>(i0);
+        const double a1 = a1Table[i0];
+        const double a2 = a2Table[i0];
+        if (p == base) {
+            body(f, _mm_set1_pd(a1), _mm_set1_pd(a2));
+            ++f;
+            AdvanceSweep(p, s, last);
+            continue;
+        }
+        // A position strictly inside the interval lies below the last entry.
+        // The two coefficients interpolate side by side in one register.
+        const __m128d entries = _mm_set_pd(a2, a1);
+        const __m128d differences =
+            _mm_sub_pd(_mm_set_pd(a2Table[i0 + 1], a1Table[i0 + 1]), entries);
+        auto interpolated = [entries, differences, base](double q) {
+            const __m128d t = _mm_set1_pd(q - base);
+            return _mm_add_pd(entries, _mm_mul_pd(differences, t));
+        };
         if (s > 0.0) {
-            for (; f < frameCount; ++f) {
-                double a1;
-                double a2;
-                coefficients(p, a1, a2);
-                body(f, a1, a2);
+            const double limit = base + 1.0;
+            for (;;) {
+                const __m128d a = interpolated(p);
+                body(f, _mm_unpacklo_pd(a, a), _mm_unpackhi_pd(a, a));
+                ++f;
                 const double next = p + s;
-                if (next >= end) {
-                    p = end;
-                    s = -s;
-                    ++f;
+                if (next >= limit) {
+                    AdvanceSweep(p, s, last);
                     break;
                 }
                 p = next;
+                if (f == frameCount) {
+                    break;
+                }
             }
         } else {
-            for (; f < frameCount; ++f) {
-                double a1;
-                double a2;
-                coefficients(p, a1, a2);
-                body(f, a1, a2);
+            for (;;) {
+                const __m128d a = interpolated(p);
+                body(f, _mm_unpacklo_pd(a, a), _mm_unpackhi_pd(a, a));
+                ++f;
                 const double next = p + s;
-                if (next <= 0.0) {
-                    p = 0.0;
-                    s = -s;
-                    ++f;
+                if (next <= base) {
+                    AdvanceSweep(p, s, last);
                     break;
                 }
                 p = next;
+                if (f == frameCount) {
+                    break;
+                }
             }
         }
     }
@@ -244,19 +332,19 @@ inline void WalkSweep(const double* a1Table, const double* a2Table, std::int64_t
 // routine.
 
 // One channel.
-template <bool kPhaser>
+template <bool kPhaser, bool kByInterval>
 void FilterOne(float* samples, double* y1s, double* y2s, unsigned int frameCount,
                const double* a1Table, const double* a2Table, std::int64_t last, double wet,
                double dry, double& pos, double& step)
 {
     double y1 = *y1s;
     double y2 = *y2s;
-    WalkSweep(a1Table, a2Table, last, frameCount, pos, step,
-              [&](unsigned int f, double a1, double a2) {
-                  const double x = static_cast<double>(samples[f]);
-                  const double a = AllPass(x, a1, a2, y1, y2);
-                  samples[f] = MixWah<kPhaser>(x, a, wet, dry);
-              });
+    WalkSweep<kByInterval>(
+        a1Table, a2Table, last, frameCount, pos, step, [&](unsigned int f, __m128d a1, __m128d a2) {
+            const double x = static_cast<double>(samples[f]);
+            const double a = AllPass(x, _mm_cvtsd_f64(a1), _mm_cvtsd_f64(a2), y1, y2);
+            samples[f] = MixWah<kPhaser>(x, a, wet, dry);
+        });
     *y1s = y1;
     *y2s = y2;
 }
@@ -265,7 +353,7 @@ void FilterOne(float* samples, double* y1s, double* y2s, unsigned int frameCount
 // once for both, and the two filters run side by side in the two lanes of
 // SSE2 registers, each lane with the one-sample routine's operations in its
 // order.
-template <bool kPhaser>
+template <bool kPhaser, bool kByInterval>
 void FilterPair(float* __restrict samples0, float* __restrict samples1, double* y1s, double* y2s,
                 unsigned int frameCount, const double* a1Table, const double* a2Table,
                 std::int64_t last, double wet, double dry, double& pos, double& step)
@@ -275,25 +363,49 @@ void FilterPair(float* __restrict samples0, float* __restrict samples1, double* 
     const __m128d wetPair = _mm_set1_pd(wet);
     const __m128d dryPair = _mm_set1_pd(dry);
     const __m128d half = _mm_set1_pd(0.5);
-    WalkSweep(a1Table, a2Table, last, frameCount, pos, step,
-              [&](unsigned int f, double a1, double a2) {
-                  const __m128d x = LoadPair(samples0, samples1, f);
-                  const __m128d a1Pair = _mm_set1_pd(a1);
-                  const __m128d a2Pair = _mm_set1_pd(a2);
-                  const __m128d a1y1 = _mm_mul_pd(a1Pair, y1);
-                  const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
-                  const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
-                  y2 = y1;
-                  y1 = FlushPair(w);
-                  const __m128d processed =
-                      kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
-                  StorePair(samples0, samples1, f,
-                            _mm_add_pd(_mm_mul_pd(processed, wetPair), _mm_mul_pd(x, dryPair)));
-              });
+    WalkSweep<kByInterval>(
+        a1Table, a2Table, last, frameCount, pos, step,
+        [&](unsigned int f, __m128d a1Pair, __m128d a2Pair) {
+            const __m128d x = LoadPair(samples0, samples1, f);
+            const __m128d a1y1 = _mm_mul_pd(a1Pair, y1);
+            const __m128d w = _mm_sub_pd(_mm_add_pd(x, a1y1), _mm_mul_pd(a2Pair, y2));
+            const __m128d a = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(a2Pair, w), a1y1), y2);
+            y2 = y1;
+            y1 = FlushFeedbackPair(w);
+            const __m128d processed =
+                kPhaser ? _mm_mul_pd(_mm_add_pd(a, x), half) : _mm_sub_pd(x, a);
+            StorePair(samples0, samples1, f,
+                      _mm_add_pd(_mm_mul_pd(processed, wetPair), _mm_mul_pd(x, dryPair)));
+        });
     _mm_storel_pd(y1s, y1);
     _mm_storeh_pd(y1s + 1, y1);
     _mm_storel_pd(y2s, y2);
     _mm_storeh_pd(y2s + 1, y2);
+}
+
+// Every channel of a render with separate buffers, in pairs and then the odd
+// one, each from the sweep state (startPos, startStep); (pos, step) is the
+// state after the last frame. One function per effect and walk, so that each
+// inner loop gets the registers to itself.
+template <bool kPhaser, bool kByInterval>
+[[gnu::noinline]] void
+FilterChannels(float** channels, unsigned int channelCount, unsigned int frameCount, double* y1s,
+               double* y2s, const double* a1Table, const double* a2Table, std::int64_t last,
+               double wet, double dry, double startPos, double startStep, double& pos, double& step)
+{
+    unsigned int c = 0;
+    for (; c + 2 <= channelCount; c += 2) {
+        pos = startPos;
+        step = startStep;
+        FilterPair<kPhaser, kByInterval>(channels[c], channels[c + 1], y1s + c, y2s + c, frameCount,
+                                         a1Table, a2Table, last, wet, dry, pos, step);
+    }
+    if (c < channelCount) {
+        pos = startPos;
+        step = startStep;
+        FilterOne<kPhaser, kByInterval>(channels[c], y1s + c, y2s + c, frameCount, a1Table, a2Table,
+                                        last, wet, dry, pos, step);
+    }
 }
 
 // The flanger's read position for oscillator value s, within one wrap of
@@ -391,8 +503,8 @@ CVandrelEngine::CVandrelEngine()
       pdWahA1(*this), pdWahA2(*this), adWahY1(), adWahY2(), pOsc(nullptr), bWahTablesBuilt(false),
       lWahBuiltLength(0), lWahBuiltDepth(0), lWahBuiltCenter(0), lWahBuiltResonance(0),
       nWahBuiltSampleRate(0), bLevelsConverted(false), lConvertedWetOut(0), lConvertedDryOut(0),
-      dWetRatio(0.0), dDryRatio(0.0), mWahFrequencies(), dWahQuality(0.0), lWahValidFirst(1),
-      lWahValidLast(0)
+      dWetRatio(0.0), dDryRatio(0.0), mWahFrequencies(), dWahQuality(0.0), dWahLo(0.0),
+      dWahInc(0.0), lWahValidFirst(1), lWahValidLast(0)
 {
 }
 
@@ -597,24 +709,16 @@ std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFOR
     const double inc = (top - lo) / static_cast<double>(len);
 
     // Entry j is computed when first needed, from its frequency, the running
-    // sum lo + inc + inc + ... of j increments. A sum that cannot be split
-    // into runs (settings far outside the parameter ranges) is taken in
-    // full now, with every entry.
+    // sum lo + inc + inc + ... of j increments, split into runs as far as the
+    // entries asked for need. A sum that cannot be split (settings far
+    // outside the parameter ranges) is taken in full, with every entry.
     dWahQuality = quality;
+    dWahLo = lo;
+    dWahInc = inc;
     lWahValidFirst = 1;
     lWahValidLast = 0;
-    if (!mWahFrequencies.Build(lo, inc, len)) {
-        double* const a1Table = pdWahA1.mData;
-        double* const a2Table = pdWahA2.mData;
-        double f = lo;
-        for (std::int64_t j = 0; j < len; ++j) {
-            const double c = std::cos(f * kTwoPi);
-            a1Table[j] = std::exp(f * -kPi / quality) * (c + c);
-            a2Table[j] = std::exp(f * -kTwoPi / quality);
-            f += inc;
-        }
-        lWahValidFirst = 0;
-        lWahValidLast = len - 1;
+    if (!mWahFrequencies.Begin(lo, inc, len)) {
+        SumWahEntries();
     }
 
     bWahTablesBuilt = true;
@@ -624,6 +728,23 @@ std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFOR
     lWahBuiltResonance = props.lResonance;
     nWahBuiltSampleRate = nSampleRate;
     return kStatusOK;
+}
+
+void CVandrelEngine::SumWahEntries()
+{
+    double* const a1Table = pdWahA1.mData;
+    double* const a2Table = pdWahA2.mData;
+    const double quality = dWahQuality;
+    const double inc = dWahInc;
+    double f = dWahLo;
+    for (std::int64_t j = 0; j < lWahTableLen; ++j) {
+        const double c = std::cos(f * kTwoPi);
+        a1Table[j] = std::exp(f * -kPi / quality) * (c + c);
+        a2Table[j] = std::exp(f * -kTwoPi / quality);
+        f += inc;
+    }
+    lWahValidFirst = 0;
+    lWahValidLast = lWahTableLen - 1;
 }
 
 void CVandrelEngine::ComputeWahEntries(std::int64_t first, std::int64_t last)
@@ -637,7 +758,11 @@ void CVandrelEngine::ComputeWahEntries(std::int64_t first, std::int64_t last)
     if (last > lWahTableLen - 1) {
         last = lWahTableLen - 1;
     }
-    if (first > last) {
+    if (first > last || (lWahValidFirst <= first && last <= lWahValidLast)) {
+        return;
+    }
+    if (!mWahFrequencies.Reach(last)) {
+        SumWahEntries();
         return;
     }
     double* const a1Table = pdWahA1.mData;
@@ -810,13 +935,18 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
             prev2 = prev1;
             prev1 = cur;
             pos = cur * depth + center;
-            if (!(pos >= 0.0 && pos < 6500.0)) {
+            // A position within the line truncates to a frame of it; so do
+            // the ones in (-1, 0), which only the rare frame 0 must tell
+            // apart. Anything else (NaN too) truncates outside.
+            std::int32_t i = _mm_cvttsd_si32(_mm_set_sd(pos));
+            if (static_cast<std::uint32_t>(i) > static_cast<std::uint32_t>(kLast) ||
+                (i == 0 && pos < 0.0)) {
                 pos = FlangeReadPosition(cur, depth, center);
                 if (!(pos >= 0.0 && pos < 6500.0)) {
                     break;
                 }
+                i = static_cast<std::int32_t>(pos);
             }
-            const std::int32_t i = static_cast<std::int32_t>(pos);
             const double frac = pos - static_cast<double>(i);
             const double* const newerFrame = line + i * kStride;
             const double* const olderFrame = i < kLast ? newerFrame + kStride : line;
@@ -827,7 +957,7 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
                     _mm_add_pd(_mm_mul_pd(_mm_sub_pd(older, newer), _mm_set1_pd(frac)), newer);
                 const __m128d d =
                     _mm_add_pd(_mm_mul_pd(memGain, memPair), _mm_mul_pd(interpolated, delayGain));
-                memPair = FlushPair(d);
+                memPair = FlushFeedbackPair(d);
                 const __m128d x = LoadPair(samples0, samples1, f);
                 _mm_storeu_pd(writeFrame, FlushPair(_mm_add_pd(_mm_mul_pd(feedback, d), x)));
                 StorePair(samples0, samples1, f,
@@ -837,7 +967,7 @@ void FlangeBlock(CVandrelEngine& e, float** channels, unsigned int frameCount, s
                 const double newer = *newerFrame;
                 const double d =
                     gains.memGain * mem + ((older - newer) * frac + newer) * gains.delayGain;
-                mem = Flush(d);
+                mem = FlushFeedback(d);
                 const double x = static_cast<double>(samples0[f]);
                 *writeFrame = Flush(gains.feedback * d + x);
                 samples0[f] = static_cast<float>(x * gains.dry + d * gains.wet);
@@ -973,36 +1103,14 @@ void CVandrelEngine::ProcessWahWah_Block(float** channels, unsigned int channelC
     // Separate buffers: channels run in pairs through one pass each, with the
     // engine's fields held in locals for the pass.
     const bool phaser = lEffect == kEffect_Phaser;
-    const double* const a1Table = pdWahA1.mData;
-    const double* const a2Table = pdWahA2.mData;
-    const std::int64_t last = lWahTableLen - 1;
-    const double wet = dWet;
-    const double dry = dDry;
+    const bool byInterval = std::fabs(startStep) < kFrameWalkStep;
+    auto* const filter =
+        phaser ? (byInterval ? FilterChannels<true, true> : FilterChannels<true, false>)
+               : (byInterval ? FilterChannels<false, true> : FilterChannels<false, false>);
     double pos = startPos;
     double step = startStep;
-    unsigned int c = 0;
-    for (; c + 2 <= channelCount; c += 2) {
-        pos = startPos;
-        step = startStep;
-        if (phaser) {
-            FilterPair<true>(channels[c], channels[c + 1], adWahY1 + c, adWahY2 + c, frameCount,
-                             a1Table, a2Table, last, wet, dry, pos, step);
-        } else {
-            FilterPair<false>(channels[c], channels[c + 1], adWahY1 + c, adWahY2 + c, frameCount,
-                              a1Table, a2Table, last, wet, dry, pos, step);
-        }
-    }
-    if (c < channelCount) {
-        pos = startPos;
-        step = startStep;
-        if (phaser) {
-            FilterOne<true>(channels[c], adWahY1 + c, adWahY2 + c, frameCount, a1Table, a2Table,
-                            last, wet, dry, pos, step);
-        } else {
-            FilterOne<false>(channels[c], adWahY1 + c, adWahY2 + c, frameCount, a1Table, a2Table,
-                             last, wet, dry, pos, step);
-        }
-    }
+    filter(channels, channelCount, frameCount, adWahY1, adWahY2, pdWahA1.mData, pdWahA2.mData,
+           lWahTableLen - 1, dWet, dDry, startPos, startStep, pos, step);
     dWahPos = pos;
     dWahStep = step;
 }

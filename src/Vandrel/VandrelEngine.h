@@ -226,6 +226,9 @@ private:
     // Computes the stale entries that a render of `frameCount` frames from
     // the current sweep state can read. [render]
     void PrepareWahEntries(unsigned int frameCount);
+    // Computes every entry of both tables by the running sum itself, for a
+    // sum that cannot be split into runs. [render]
+    void SumWahEntries();
 
     // The flanger over `frameCount` frames, the same operations as
     // ProcessFlange_FloatCell frame after frame. [render]
@@ -250,6 +253,8 @@ private:
     // the entries computed so far (none when lWahValidFirst > lWahValidLast).
     CSweepFrequencies mWahFrequencies;
     double dWahQuality;
+    double dWahLo;  // frequency of the first entry
+    double dWahInc; // increment of the running sum
     std::int64_t lWahValidFirst;
     std::int64_t lWahValidLast;
 };
