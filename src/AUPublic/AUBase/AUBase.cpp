@@ -1812,6 +1812,31 @@ OSStatus AUBase::ValidateState(CFDictionaryRef inDict, const AudioComponentDescr
     return noErr;
 }
 
+// Walks the blob as RestoreParameterBlob does, applying nothing, so that a
+// record it would fail on refuses the whole state before anything changed.
+OSStatus AUBase::CheckParameterBlob(CFDataRef inData)
+{
+    const UInt8* p = CFDataGetBytePtr(inData);
+    const UInt8* end = p + CFDataGetLength(inData);
+    while (p < end) {
+        AUScope* scope = nullptr;
+        try {
+            scope = &GetScope(ReadBigEndian32(p));
+        } catch (OSStatus status) {
+            return status;
+        }
+        const AUElement* element = scope->GetElement(ReadBigEndian32(p + 4));
+        if (element == nullptr) {
+            break;
+        }
+        const OSStatus status = element->CheckRestoreState(p + 8, p);
+        if (status != noErr) {
+            return status;
+        }
+    }
+    return noErr;
+}
+
 void AUBase::RestoreParameterBlob(CFDataRef inData)
 {
     const UInt8* p = CFDataGetBytePtr(inData);
@@ -1841,6 +1866,10 @@ OSStatus AUBase::RestoreState(CFPropertyListRef inPlist)
     }
 
     if (CFTypeRef data = CFDictionaryGetValue(dict, kDataString)) {
+        const OSStatus status = CheckParameterBlob(static_cast<CFDataRef>(data));
+        if (status != noErr) {
+            return status;
+        }
         RestoreParameterBlob(static_cast<CFDataRef>(data));
     }
 

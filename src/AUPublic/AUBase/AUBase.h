@@ -225,8 +225,9 @@ public:
     // reference that the caller owns. 0; throws std::bad_alloc. [control]
     virtual OSStatus SaveState(CFPropertyListRef* outData);
     // Validates and applies a class-info dictionary: -10851 for a malformed
-    // one (nothing changed); -10866 or -10878 thrown from the parameter blob
-    // (values before it stay applied). [control]
+    // one, -10866 for a blob record naming a scope the unit lacks, -10878 for
+    // one naming a parameter past an indexed element's; a refused state
+    // changes nothing. [control]
     virtual OSStatus RestoreState(CFPropertyListRef inPlist);
 
     // Value names of an indexed parameter (*outStrings owned by the caller;
@@ -512,6 +513,7 @@ private:
                                  const AudioTimeStamp& inTimeStamp, UInt32 inBusNumber,
                                  UInt32 inFramesToProcess, AudioBufferList& ioData);
     OSStatus ValidateState(CFDictionaryRef inDict, const AudioComponentDescription& inDesc);
+    OSStatus CheckParameterBlob(CFDataRef inData);
     void RestoreParameterBlob(CFDataRef inData);
 };
 

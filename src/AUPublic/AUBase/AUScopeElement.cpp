@@ -261,6 +261,19 @@ const UInt8* AUElement::RestoreState(const UInt8* inState)
     return p;
 }
 
+OSStatus AUElement::CheckRestoreState(const UInt8* inState, const UInt8*& outNext) const
+{
+    const UInt32 count = ReadBigEndian32(inState);
+    const UInt8* p = inState + 4;
+    for (UInt32 i = 0; i < count; ++i, p += 8) {
+        if (mUseIndexedParameters && ReadBigEndian32(p) >= mIndexedParameters.size()) {
+            return kAudioUnitErr_InvalidParameter;
+        }
+    }
+    outNext = p;
+    return noErr;
+}
+
 // ---- AUScope ---------------------------------------------------------------
 
 AUScope::AUScope() : mCreator(nullptr), mScope(kAudioUnitScope_Global) {}

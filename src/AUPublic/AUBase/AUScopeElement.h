@@ -140,6 +140,10 @@ public:
     // entry. The caller has checked that the count and entries lie inside its
     // data. Throws -10878 for an ID past an indexed array. [control]
     const UInt8* RestoreState(const UInt8* inState);
+    // What RestoreState(inState) would do, without doing it: -10878 for an ID
+    // past an indexed array, else noErr; outNext receives the pointer past the
+    // last entry. [control]
+    OSStatus CheckRestoreState(const UInt8* inState, const UInt8*& outNext) const;
 
     // The owning unit; borrowed. [any]
     AUBase* GetAudioUnit() const { return mAudioUnit; }

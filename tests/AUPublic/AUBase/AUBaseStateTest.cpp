@@ -264,7 +264,7 @@ TEST_F(StateTest, MalformedStatesAreRefusedWithoutChangingAnything)
     EXPECT_TRUE(mLog.mCalls.empty());
 }
 
-TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementOrAnError)
+TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementAndAFailingOneRefusesAll)
 {
     CFMutableDictionaryRef state = BaseState();
     Put(state, "type", Int(0x61756D75)); // another type is not compared
@@ -280,20 +280,20 @@ TEST_F(StateTest, BlobRecordsApplyUntilAMissingElementOrAnError)
     Put(state, "name", NewCFString("bad scope"));
     Put(state, "data", Data(Record(0, 0, {{0, 1.0f}}) + Record(7, 0, {{0, 2.0f}})));
     EXPECT_EQ(Restore(state), kAudioUnitErr_InvalidScope);
-    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 1.0f);
+    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 10.0f); // the record before it is not applied
     EXPECT_EQ(ToString(mUnit->CurrentPreset().presetName), "Untitled");
     CFRelease(state);
 
     state = BaseState();
     Put(state, "data", Data(Record(0, 0, {{0, 2.0f}, {3, 2.0f}})));
     EXPECT_EQ(Restore(state), kAudioUnitErr_InvalidParameter);
-    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 2.0f);
+    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 10.0f);
     CFRelease(state);
 
     state = BaseState();
     Put(state, "data", Data({}));
     EXPECT_EQ(Restore(state), noErr);
-    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 2.0f);
+    EXPECT_EQ(mUnit->Globals()->GetParameter(0), 10.0f);
     CFRelease(state);
 }
 
