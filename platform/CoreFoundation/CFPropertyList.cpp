@@ -219,6 +219,86 @@ CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
     }
 }
 
+// Big-endian unsigned integer of `size` bytes (1 to 8) at `at`.
+uint64_t readBigEndian(const unsigned char* at, unsigned size)
+{
+    uint64_t value = 0;
+    for (unsigned i = 0; i < size; ++i) {
+        value = (value << 8) | at[i];
+    }
+    return value;
+}
+
+// True when a binary property list holds a string object with a NUL
+// character. libplist keeps such a string's length, but reading one as a
+// dictionary key asserts that the text has no NUL and aborts the process, so
+// these lists are refused before parsing. A malformed list is left for the
+// parser to refuse.
+bool binaryHasNulString(const unsigned char* bytes, uint32_t size)
+{
+    constexpr uint32_t kHeader = 8;
+    constexpr uint32_t kTrailer = 32;
+    if (size < kHeader + kTrailer) {
+        return false;
+    }
+    const unsigned char* trailer = bytes + size - kTrailer;
+    const unsigned offsetSize = trailer[6];
+    const uint64_t objects = readBigEndian(trailer + 8, 8);
+    const uint64_t table = readBigEndian(trailer + 24, 8);
+    const uint64_t tableEnd = size - kTrailer;
+    if (offsetSize < 1 || offsetSize > 8 || table > tableEnd ||
+        objects > (tableEnd - table) / offsetSize) {
+        return false;
+    }
+    // NUL characters counted up to each position (ASCII: zero bytes; UTF-16:
+    // zero byte pairs, apart by the parity of where they start), so that each
+    // string is checked in constant time however many objects share bytes.
+    std::vector<uint32_t> zeros(size + 1, 0);
+    std::vector<uint32_t> pairs[2] = {std::vector<uint32_t>(size + 1, 0),
+                                      std::vector<uint32_t>(size + 1, 0)};
+    for (uint32_t i = 0; i < size; ++i) {
+        const bool pair = bytes[i] == 0 && i + 1 < size && bytes[i + 1] == 0;
+        zeros[i + 1] = zeros[i] + (bytes[i] == 0 ? 1 : 0);
+        for (unsigned parity = 0; parity < 2; ++parity) {
+            pairs[parity][i + 1] = pairs[parity][i] + (pair && i % 2 == parity ? 1 : 0);
+        }
+    }
+    for (uint64_t i = 0; i < objects; ++i) {
+        const uint64_t offset = readBigEndian(bytes + table + i * offsetSize, offsetSize);
+        if (offset < kHeader || offset >= tableEnd) {
+            continue;
+        }
+        const unsigned kind = bytes[offset] >> 4;
+        if (kind != 0x5 && kind != 0x6) { // ASCII or UTF-16 string
+            continue;
+        }
+        uint64_t length = bytes[offset] & 0xF;
+        uint64_t start = offset + 1;
+        if (length == 0xF) { // the length follows as an integer object
+            if (start >= tableEnd || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
+                continue;
+            }
+            const unsigned lengthSize = 1u << (bytes[start] & 0xF);
+            if (start + 1 + lengthSize > tableEnd) {
+                continue;
+            }
+            length = readBigEndian(bytes + start + 1, lengthSize);
+            start += 1 + lengthSize;
+        }
+        const uint64_t unit = kind == 0x5 ? 1 : 2;
+        if (length > (tableEnd - start) / unit) {
+            continue;
+        }
+        const uint64_t end = start + length * unit;
+        const bool nul = unit == 1 ? zeros[end] != zeros[start]
+                                   : pairs[start % 2][end] != pairs[start % 2][start];
+        if (nul) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void reportError(CFErrorRef* error, CFIndex code, const char* description)
 {
     if (error != nullptr) {
@@ -324,6 +404,11 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
     const auto* bytes = reinterpret_cast<const char*>(CFDataGetBytePtr(data));
     const auto size = static_cast<uint32_t>(length);
     const bool binary = plist_is_binary(bytes, size) != 0;
+    if (binary && binaryHasNulString(reinterpret_cast<const unsigned char*>(bytes), size)) {
+        reportError(error, kCFPropertyListReadCorruptError,
+                    "The property list holds a string with a NUL character.");
+        return nullptr;
+    }
     plist_t parsed = nullptr;
     plist_from_memory(bytes, size, &parsed);
     PlistPtr root(parsed);

@@ -38,12 +38,14 @@ OSStatus GetPropertyInfo(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScop
 // Property get: null ioDataSize -> paramErr; null outData is a size query;
 // *ioDataSize 0 -> paramErr. A buffer smaller than the property gets the
 // first *ioDataSize bytes (size left as asked); otherwise *ioDataSize becomes
-// the property's size. On failure *ioDataSize is 0. May throw. [control]
+// the property's size. A buffer at any address works. On failure *ioDataSize
+// is 0. May throw. [control]
 OSStatus GetProperty(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
                      AudioUnitElement inElement, void* outData, UInt32* ioDataSize);
 
-// Property set: data with a nonzero size sets, null data with size 0 removes
-// the value, anything else is paramErr. May throw. [control]
+// Property set: data with a nonzero size (at any address) sets, null data
+// with size 0 removes the value, anything else is paramErr. May throw.
+// [control]
 OSStatus SetProperty(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
                      AudioUnitElement inElement, const void* inData, UInt32 inDataSize);
 
