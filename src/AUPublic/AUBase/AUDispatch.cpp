@@ -249,10 +249,11 @@ OSStatus AUBase::ComponentEntryDispatch(ComponentParameters* params, AUBase* Thi
     }
 }
 
-OSStatus CMgr_AudioUnitBaseRender(AUBase* This, AudioUnitRenderActionFlags* ioActionFlags,
+OSStatus CMgr_AudioUnitBaseRender(void* inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                                   const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                                   UInt32 inNumberFrames, AudioBufferList* ioData)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr) {
         return paramErr;
     }
@@ -264,10 +265,11 @@ OSStatus CMgr_AudioUnitBaseRender(AUBase* This, AudioUnitRenderActionFlags* ioAc
     }
 }
 
-OSStatus CMgr_AudioUnitBaseGetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseGetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue* outValue)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr || outValue == nullptr) {
         return paramErr;
     }
@@ -278,11 +280,12 @@ OSStatus CMgr_AudioUnitBaseGetParameter(AUBase* This, AudioUnitParameterID inID,
     }
 }
 
-OSStatus CMgr_AudioUnitBaseSetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseSetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue inValue,
                                         UInt32 inBufferOffsetInFrames)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr) {
         return paramErr;
     }
