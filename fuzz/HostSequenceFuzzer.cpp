@@ -183,7 +183,7 @@ void Schedule(fuzz::Input& in, Host& host)
     const UInt32 count = in.below(4) + 1;
     for (UInt32 i = 0; i < count; ++i) {
         AudioUnitParameterEvent& event = events[i];
-        event.scope = in.below(8) == 0 ? in.below(5) : kAudioUnitScope_Global;
+        event.scope = in.below(8) == 0 ? in.below(5) : UInt32{kAudioUnitScope_Global};
         event.element = in.below(8) == 0 ? 1 : 0;
         event.parameter = in.below(9);
         event.eventType = in.flag() ? kParameterEvent_Ramped : kParameterEvent_Immediate;
@@ -262,7 +262,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         case 7: {
             const AudioUnitParameterID id = in.below(9);
             const AudioUnitParameterValue value = in.flag() ? in.pick(kValues) : in.f32();
-            host.SetParameter(id, in.below(8) == 0 ? in.below(5) : kAudioUnitScope_Global,
+            host.SetParameter(id, in.below(8) == 0 ? in.below(5) : UInt32{kAudioUnitScope_Global},
                               in.below(8) == 0 ? 1 : 0, value, in.flag() ? 0 : in.u16());
             break;
         }
