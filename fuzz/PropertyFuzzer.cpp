@@ -128,6 +128,14 @@ struct Objects
 std::vector<uint8_t> SetData(fuzz::Input& in, AudioUnitPropertyID id, Objects& objects)
 {
     std::vector<uint8_t> data = in.bytes(in.below(96));
+    if (id == kAudioUnitProperty_MaximumFramesPerSlice && data.size() == sizeof(UInt32)) {
+        // Slices of up to 65536 frames: the unit sizes its buffers for the
+        // largest, and beyond that a run only measures the machine's memory.
+        UInt32 frames;
+        std::memcpy(&frames, data.data(), sizeof frames);
+        frames %= 65537;
+        std::memcpy(data.data(), &frames, sizeof frames);
+    }
     if (!HoldsPointer(id)) {
         return data;
     }
