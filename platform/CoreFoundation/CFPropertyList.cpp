@@ -8,15 +8,19 @@
 #include <plist/plist.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace {
 
-// Deeper trees are refused rather than risking the stack.
+// Deeper trees (more than kMaxDepth + 1 levels) are refused rather than
+// risking the stack.
 constexpr int kMaxDepth = 512;
 
 struct PlistFree
@@ -219,6 +223,223 @@ CFTypeRef fromNode(plist_t node, CFOptionFlags options, int depth)
     }
 }
 
+// Big-endian unsigned integer of `size` bytes (1 to 8) at `at`.
+uint64_t readBigEndian(const unsigned char* at, unsigned size)
+{
+    uint64_t value = 0;
+    for (unsigned i = 0; i < size; ++i) {
+        value = (value << 8) | at[i];
+    }
+    return value;
+}
+
+// True when a binary property list holds a string object with a NUL
+// character. libplist keeps such a string's length, but reading one as a
+// dictionary key asserts that the text has no NUL and aborts the process, so
+// these lists are refused before parsing. A malformed list is left for the
+// parser to refuse.
+bool binaryHasNulString(const unsigned char* bytes, uint32_t size)
+{
+    constexpr uint32_t kHeader = 8;
+    constexpr uint32_t kTrailer = 32;
+    if (size < kHeader + kTrailer) {
+        return false;
+    }
+    const unsigned char* trailer = bytes + size - kTrailer;
+    const unsigned offsetSize = trailer[6];
+    const uint64_t objects = readBigEndian(trailer + 8, 8);
+    const uint64_t table = readBigEndian(trailer + 24, 8);
+    const uint64_t tableEnd = size - kTrailer;
+    if (offsetSize < 1 || offsetSize > 8 || table > tableEnd ||
+        objects > (tableEnd - table) / offsetSize) {
+        return false;
+    }
+    // NUL characters counted up to each position (ASCII: zero bytes; UTF-16:
+    // zero byte pairs, apart by the parity of where they start), so that each
+    // string is checked in constant time however many objects share bytes.
+    std::vector<uint32_t> zeros(size + 1, 0);
+    std::vector<uint32_t> pairs[2] = {std::vector<uint32_t>(size + 1, 0),
+                                      std::vector<uint32_t>(size + 1, 0)};
+    for (uint32_t i = 0; i < size; ++i) {
+        const bool pair = bytes[i] == 0 && i + 1 < size && bytes[i + 1] == 0;
+        zeros[i + 1] = zeros[i] + (bytes[i] == 0 ? 1 : 0);
+        for (unsigned parity = 0; parity < 2; ++parity) {
+            pairs[parity][i + 1] = pairs[parity][i] + (pair && i % 2 == parity ? 1 : 0);
+        }
+    }
+    for (uint64_t i = 0; i < objects; ++i) {
+        const uint64_t offset = readBigEndian(bytes + table + i * offsetSize, offsetSize);
+        if (offset < kHeader || offset >= tableEnd) {
+            continue;
+        }
+        const unsigned kind = bytes[offset] >> 4;
+        if (kind != 0x5 && kind != 0x6) { // ASCII or UTF-16 string
+            continue;
+        }
+        uint64_t length = bytes[offset] & 0xF;
+        uint64_t start = offset + 1;
+        if (length == 0xF) { // the length follows as an integer object
+            if (start >= tableEnd || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
+                continue;
+            }
+            const unsigned lengthSize = 1u << (bytes[start] & 0xF);
+            if (start + 1 + lengthSize > tableEnd) {
+                continue;
+            }
+            length = readBigEndian(bytes + start + 1, lengthSize);
+            start += 1 + lengthSize;
+        }
+        const uint64_t unit = kind == 0x5 ? 1 : 2;
+        if (length > (tableEnd - start) / unit) {
+            continue;
+        }
+        const uint64_t end = start + length * unit;
+        const bool nul = unit == 1 ? zeros[end] != zeros[start]
+                                   : pairs[start % 2][end] != pairs[start % 2][start];
+        if (nul) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// libplist parses containers recursively and expands every shared object
+// of a binary list once per reference, so a list is checked before parsing:
+// nesting deeper than kMaxDepth would exhaust the stack, and a binary list
+// whose expanded tree has more nodes than the list has bytes (objects shared
+// along a chain) would exhaust memory. Both checks take time linear in the
+// input.
+
+// True when XML container tags nest deeper than kMaxDepth. Tags inside
+// comments or text are counted too, which only errs towards refusing.
+bool xmlTooDeep(const char* bytes, uint32_t size)
+{
+    const std::string_view text(bytes, size);
+    int depth = 0;
+    for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
+        const std::string_view tag = text.substr(at + 1);
+        const bool closing = !tag.empty() && tag[0] == '/';
+        const std::string_view name = tag.substr(closing ? 1 : 0);
+        const size_t length = name.compare(0, 5, "array") == 0  ? 5
+                              : name.compare(0, 4, "dict") == 0 ? 4
+                                                                : 0;
+        if (length == 0 ||
+            (name.size() > length && std::isalnum(static_cast<unsigned char>(name[length])) != 0)) {
+            continue;
+        }
+        const size_t end = text.find('>', at);
+        const bool empty = end != std::string_view::npos && end > at && text[end - 1] == '/';
+        if (closing) {
+            depth = std::max(depth - 1, 0);
+        } else if (!empty && ++depth > kMaxDepth + 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// True when the containers reachable from a binary list's top object nest
+// deeper than kMaxDepth, form a cycle, or expand to more nodes than the list
+// has bytes. A malformed list is left for the parser to refuse.
+bool binaryTooLarge(const unsigned char* bytes, uint32_t size)
+{
+    constexpr uint32_t kTrailer = 32;
+    if (size < 8 + kTrailer) {
+        return false;
+    }
+    const unsigned char* trailer = bytes + size - kTrailer;
+    const unsigned offsetSize = trailer[6];
+    const unsigned refSize = trailer[7];
+    const uint64_t objects = readBigEndian(trailer + 8, 8);
+    const uint64_t top = readBigEndian(trailer + 16, 8);
+    const uint64_t table = readBigEndian(trailer + 24, 8);
+    const uint64_t tableEnd = size - kTrailer;
+    if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || table > tableEnd ||
+        objects > (tableEnd - table) / offsetSize || top >= objects) {
+        return false;
+    }
+    // The references of container object `index` (array, set or dictionary):
+    // where they start and how many; none for other objects.
+    const auto references = [&](uint64_t index, uint64_t& start, uint64_t& count) {
+        count = 0;
+        const uint64_t offset = readBigEndian(bytes + table + index * offsetSize, offsetSize);
+        if (offset >= tableEnd) {
+            return;
+        }
+        const unsigned kind = bytes[offset] >> 4;
+        if (kind != 0xA && kind != 0xC && kind != 0xD) {
+            return;
+        }
+        uint64_t n = bytes[offset] & 0xF;
+        start = offset + 1;
+        if (n == 0xF) {
+            if (start >= tableEnd || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
+                return;
+            }
+            const unsigned nSize = 1u << (bytes[start] & 0xF);
+            if (start + 1 + nSize > tableEnd) {
+                return;
+            }
+            n = readBigEndian(bytes + start + 1, nSize);
+            start += 1 + nSize;
+        }
+        const uint64_t perEntry = kind == 0xD ? 2 : 1;
+        if (n <= (tableEnd - start) / refSize / perEntry) {
+            count = n * perEntry;
+        }
+    };
+    // Depth-first, each object's expanded size computed once; 0 while the
+    // object is being expanded (a cycle if met again).
+    std::vector<uint64_t> expanded(objects, UINT64_MAX);
+    struct Frame
+    {
+        uint64_t index, start, count, next, total;
+    };
+    std::vector<Frame> path;
+    const auto enter = [&](uint64_t index) {
+        Frame frame{index, 0, 0, 0, 1};
+        references(index, frame.start, frame.count);
+        expanded[index] = 0;
+        path.push_back(frame);
+        return path.size() <= static_cast<size_t>(kMaxDepth) + 1;
+    };
+    if (!enter(top)) {
+        return true;
+    }
+    while (!path.empty()) {
+        Frame& frame = path.back();
+        if (frame.next == frame.count) {
+            expanded[frame.index] = frame.total;
+            const uint64_t total = frame.total;
+            path.pop_back();
+            if (!path.empty()) {
+                path.back().total += total;
+                if (path.back().total > size) {
+                    return true;
+                }
+            }
+            continue;
+        }
+        const uint64_t child = readBigEndian(bytes + frame.start + frame.next * refSize, refSize);
+        ++frame.next;
+        if (child >= objects) {
+            continue; // the parser refuses it
+        }
+        if (expanded[child] == 0) {
+            return true; // a cycle
+        }
+        if (expanded[child] != UINT64_MAX) {
+            frame.total += expanded[child];
+            if (frame.total > size) {
+                return true;
+            }
+        } else if (!enter(child)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void reportError(CFErrorRef* error, CFIndex code, const char* description)
 {
     if (error != nullptr) {
@@ -324,6 +545,17 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
     const auto* bytes = reinterpret_cast<const char*>(CFDataGetBytePtr(data));
     const auto size = static_cast<uint32_t>(length);
     const bool binary = plist_is_binary(bytes, size) != 0;
+    if (binary && binaryHasNulString(reinterpret_cast<const unsigned char*>(bytes), size)) {
+        reportError(error, kCFPropertyListReadCorruptError,
+                    "The property list holds a string with a NUL character.");
+        return nullptr;
+    }
+    if (binary ? binaryTooLarge(reinterpret_cast<const unsigned char*>(bytes), size)
+               : xmlTooDeep(bytes, size)) {
+        reportError(error, kCFPropertyListReadCorruptError,
+                    "The property list nests too deeply or expands too far.");
+        return nullptr;
+    }
     plist_t parsed = nullptr;
     plist_from_memory(bytes, size, &parsed);
     PlistPtr root(parsed);

@@ -155,18 +155,37 @@ void Application::applySettings(PluginHost& host, const Options& options)
 
 void Application::selectPreset(PluginHost& host, const std::string& preset)
 {
-    const std::vector<PresetInfo> presets = host.factoryPresets();
-    for (const PresetInfo& info : presets) {
-        if (ParameterTable::sameName(info.name, preset) || std::to_string(info.number) == preset) {
-            host.selectPreset(info.number);
-            return;
-        }
-    }
+    host.selectPreset(findPreset(host.factoryPresets(), preset).number);
+}
+
+const PresetInfo& Application::findPreset(const std::vector<PresetInfo>& presets,
+                                          const std::string& text)
+{
+    for (const PresetInfo& info : presets)
+        if (ParameterTable::sameName(info.name, text) || std::to_string(info.number) == text)
+            return info;
     std::string known;
     for (const PresetInfo& info : presets)
         known += "\n  " + std::to_string(info.number) + "  " + info.name;
     throw ToolError(ExitStatus::kUsage,
-                    "Unknown preset '" + preset + "'. Give a number or a name:" + known);
+                    "Unknown preset '" + text + "'. Give a number or a name:" + known);
+}
+
+Ramp Application::rampFor(const RampSpec& request, const ParameterDescription& parameter,
+                          double rate)
+{
+    // 2^53 frames: far beyond any file, and exact in a double.
+    static constexpr double kFarthestFrame = 9007199254740992.0;
+    const auto frame = [rate](double seconds) {
+        return std::llround(std::min(seconds * rate, kFarthestFrame));
+    };
+    const int64_t start = frame(request.startSeconds);
+    return Ramp{parameter.id,
+                parameter.name,
+                static_cast<AudioUnitParameterValue>(request.from),
+                static_cast<AudioUnitParameterValue>(request.to),
+                start,
+                std::max<int64_t>(frame(request.endSeconds), start + 1)};
 }
 
 void Application::listPresets(PluginHost& host)
@@ -206,13 +225,7 @@ void Application::render(PluginHost& host, AudioSource& source, const Options& o
         const ParameterTable table(host.parameters());
         for (const RampSpec& request : options.ramps) {
             const ParameterDescription& parameter = table.find(request.name);
-            const Ramp ramp{parameter.id,
-                            parameter.name,
-                            static_cast<AudioUnitParameterValue>(request.from),
-                            static_cast<AudioUnitParameterValue>(request.to),
-                            std::llround(request.startSeconds * rate),
-                            std::max(std::llround(request.endSeconds * rate),
-                                     std::llround(request.startSeconds * rate) + 1)};
+            const Ramp ramp = rampFor(request, parameter, rate);
             for (AudioUnitParameterValue value : {ramp.from, ramp.to}) {
                 const std::string warning = ParameterTable::rangeWarning(parameter, value);
                 if (!warning.empty())

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "AudioSource.h"
+#include "Automation.h"
 #include "CommandLine.h"
 #include "PluginHost.h"
 
@@ -23,6 +24,15 @@ public:
 
     // Runs the program; returns its exit status. [control]
     int run(int argc, const char* const* argv);
+
+    // The factory preset a --preset value names (by name or number). Throws
+    // ToolError(kUsage) listing the presets. [any]
+    static const PresetInfo& findPreset(const std::vector<PresetInfo>& presets,
+                                        const std::string& text);
+    // A --ramp request as frames at `rate`: at least one frame long, and times
+    // beyond what a file can hold held at that far frame. [any]
+    static Ramp rampFor(const RampSpec& request, const ParameterDescription& parameter,
+                        double rate);
 
 private:
     void execute(const Options& options);

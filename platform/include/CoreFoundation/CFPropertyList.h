@@ -41,7 +41,11 @@ CF_EXPORT CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator,
 /* Owned tree read from data (XML or binary); *format (if not NULL) receives
  * the format found. options: kCFPropertyListImmutable, or mutable containers
  * (and leaves). NULL (and an owned *error) when data is not a property list
- * or holds types this library lacks (dates, UIDs). [any] */
+ * or holds types this library lacks (dates, UIDs), and, so that hostile
+ * bytes are refused in time and memory linear in their size, when containers
+ * nest more than 513 levels deep, a binary list's shared objects expand to
+ * more nodes than it has bytes or form a cycle, or a binary string holds a
+ * NUL character. [any] */
 CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
                                                          CFOptionFlags options,
                                                          CFPropertyListFormat* format,

@@ -3,6 +3,9 @@
 #include "AUBase.h"
 #include "CAException.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -28,6 +31,12 @@ Float32 SlotFloat32(const ComponentParameters* inParams, int inSlot)
     Float32 value;
     std::memcpy(&value, &bits, sizeof value);
     return value;
+}
+
+// True when a property value at p may be used in place as any structure.
+bool Aligned(const void* p)
+{
+    return reinterpret_cast<uintptr_t>(p) % alignof(std::max_align_t) == 0;
 }
 
 } // namespace
@@ -95,12 +104,15 @@ OSStatus AUDispatch::GetProperty(AUBase& inUnit, AudioUnitPropertyID inID, Audio
     if (result != noErr) {
         return result;
     }
-    // The property layer writes the whole value, so a short caller buffer gets
-    // a full-size temporary and then the first bytes of it.
+    // The property layer writes the whole value, and works on it in place as
+    // a structure, so a short or misaligned caller buffer gets a full-size
+    // aligned temporary, starting with the caller's bytes (some properties
+    // read their input from them), and then the first bytes of it.
     std::unique_ptr<char[]> temporary;
     void* destination = outData;
-    if (requestedSize < actualSize) {
-        temporary.reset(new char[actualSize]);
+    if (requestedSize < actualSize || !Aligned(outData)) {
+        temporary.reset(new char[std::max(actualSize, requestedSize)]());
+        std::memcpy(temporary.get(), outData, std::min(actualSize, requestedSize));
         destination = temporary.get();
     }
     result = inUnit.DispatchGetProperty(inID, inScope, inElement, destination);
@@ -109,8 +121,9 @@ OSStatus AUDispatch::GetProperty(AUBase& inUnit, AudioUnitPropertyID inID, Audio
         return result;
     }
     if (temporary) {
-        std::memcpy(outData, temporary.get(), requestedSize);
-    } else {
+        std::memcpy(outData, temporary.get(), std::min(actualSize, requestedSize));
+    }
+    if (requestedSize >= actualSize) {
         *ioDataSize = actualSize;
     }
     return noErr;
@@ -120,6 +133,14 @@ OSStatus AUDispatch::SetProperty(AUBase& inUnit, AudioUnitPropertyID inID, Audio
                                  AudioUnitElement inElement, const void* inData, UInt32 inDataSize)
 {
     if (inData != nullptr && inDataSize != 0) {
+        // The property layer reads structures in place: a misaligned value is
+        // read from an aligned copy.
+        std::unique_ptr<char[]> copy;
+        if (!Aligned(inData)) {
+            copy.reset(new char[inDataSize]);
+            std::memcpy(copy.get(), inData, inDataSize);
+            inData = copy.get();
+        }
         return inUnit.DispatchSetProperty(inID, inScope, inElement, inData, inDataSize);
     }
     if (inData == nullptr && inDataSize == 0) {
@@ -228,10 +249,11 @@ OSStatus AUBase::ComponentEntryDispatch(ComponentParameters* params, AUBase* Thi
     }
 }
 
-OSStatus CMgr_AudioUnitBaseRender(AUBase* This, AudioUnitRenderActionFlags* ioActionFlags,
+OSStatus CMgr_AudioUnitBaseRender(void* inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                                   const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                                   UInt32 inNumberFrames, AudioBufferList* ioData)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr) {
         return paramErr;
     }
@@ -243,10 +265,11 @@ OSStatus CMgr_AudioUnitBaseRender(AUBase* This, AudioUnitRenderActionFlags* ioAc
     }
 }
 
-OSStatus CMgr_AudioUnitBaseGetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseGetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue* outValue)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr || outValue == nullptr) {
         return paramErr;
     }
@@ -257,11 +280,12 @@ OSStatus CMgr_AudioUnitBaseGetParameter(AUBase* This, AudioUnitParameterID inID,
     }
 }
 
-OSStatus CMgr_AudioUnitBaseSetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseSetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue inValue,
                                         UInt32 inBufferOffsetInFrames)
 {
+    AUBase* This = static_cast<AUBase*>(inUnit);
     if (This == nullptr) {
         return paramErr;
     }

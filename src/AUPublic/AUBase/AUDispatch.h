@@ -38,12 +38,14 @@ OSStatus GetPropertyInfo(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScop
 // Property get: null ioDataSize -> paramErr; null outData is a size query;
 // *ioDataSize 0 -> paramErr. A buffer smaller than the property gets the
 // first *ioDataSize bytes (size left as asked); otherwise *ioDataSize becomes
-// the property's size. On failure *ioDataSize is 0. May throw. [control]
+// the property's size. A buffer at any address works. On failure *ioDataSize
+// is 0. May throw. [control]
 OSStatus GetProperty(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
                      AudioUnitElement inElement, void* outData, UInt32* ioDataSize);
 
-// Property set: data with a nonzero size sets, null data with size 0 removes
-// the value, anything else is paramErr. May throw. [control]
+// Property set: data with a nonzero size (at any address) sets, null data
+// with size 0 removes the value, anything else is paramErr. May throw.
+// [control]
 OSStatus SetProperty(AUBase& inUnit, AudioUnitPropertyID inID, AudioUnitScope inScope,
                      AudioUnitElement inElement, const void* inData, UInt32 inDataSize);
 
@@ -57,22 +59,23 @@ OSStatus Render(AUBase& inUnit, AudioUnitRenderActionFlags* ioActionFlags,
 
 // Fast-dispatch entries handed to component-manager hosts through the fast
 // dispatch property. The first argument is the unit itself (the component's
-// instance storage); a null unit gives paramErr. Exceptions are converted.
+// instance storage, an AUBase), typed as the platform's fast-dispatch
+// procedures type it; a null unit gives paramErr. Exceptions are converted.
 
 // Render without the selector dispatcher; see AUDispatch::Render. [render]
-OSStatus CMgr_AudioUnitBaseRender(AUBase* This, AudioUnitRenderActionFlags* ioActionFlags,
+OSStatus CMgr_AudioUnitBaseRender(void* inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                                   const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                                   UInt32 inNumberFrames, AudioBufferList* ioData);
 
 // A parameter's current value; null outValue -> paramErr; unknown parameter,
 // scope or element give the unit's status. [render]
-OSStatus CMgr_AudioUnitBaseGetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseGetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue* outValue);
 
 // Sets a parameter, effective at the given frame offset of the next render
 // where the unit supports it. [render]
-OSStatus CMgr_AudioUnitBaseSetParameter(AUBase* This, AudioUnitParameterID inID,
+OSStatus CMgr_AudioUnitBaseSetParameter(void* inUnit, AudioUnitParameterID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         AudioUnitParameterValue inValue,
                                         UInt32 inBufferOffsetInFrames);
