@@ -7,6 +7,7 @@
 #include "BufferListStorage.h"
 #include "CAException.h"
 #include "CFTestHelpers.h"
+#include "RunTogether.h"
 
 #include <gtest/gtest.h>
 
@@ -1001,9 +1002,10 @@ TEST(ComponentBaseTest, ConcurrentOpenLockHoldersAreSerializedAndNestOnOneThread
     std::atomic<int> inside{0};
     std::atomic<int> overlaps{0};
     std::atomic<UInt32> typesSeen{0};
-    auto work = [&](UInt32 inType) {
+    RunTogether(2, [&](int inThread) {
         for (int i = 0; i < 200; ++i) {
-            ComponentInitLocker locker(inType);
+            ComponentInitLocker locker(inThread == 0 ? ComponentBase::kAudioComponentInstance
+                                                     : ComponentBase::kComponentMgrInstance);
             overlaps += inside.fetch_add(1) != 0 ? 1 : 0;
             {
                 ComponentInitLocker nested(ComponentBase::kComponentMgrInstance);
@@ -1012,11 +1014,7 @@ TEST(ComponentBaseTest, ConcurrentOpenLockHoldersAreSerializedAndNestOnOneThread
             std::this_thread::yield();
             inside.fetch_sub(1);
         }
-    };
-    std::thread first(work, UInt32(ComponentBase::kAudioComponentInstance));
-    std::thread second(work, UInt32(ComponentBase::kComponentMgrInstance));
-    first.join();
-    second.join();
+    });
     EXPECT_EQ(0, overlaps.load());
     EXPECT_EQ(3U, typesSeen.load());
     EXPECT_EQ(UInt32(ComponentBase::kComponentMgrInstance), ComponentBase::sNewInstanceType);

@@ -33,7 +33,6 @@ public:
     static inline bool sThrowInPostConstructor = false;
     static inline int sLiveObjects = 0;
     static inline int sPreDestructorCalls = 0;
-    static inline UInt32 sTypeSeenByConstructor = 99;
     static inline AUBaseTestUnit* sLastOpened = nullptr;
     static inline std::function<void()> sThrow;
 
@@ -48,7 +47,6 @@ public:
     // As the entry layer constructs a unit for a host instance.
     explicit AUBaseTestUnit(AudioComponentInstance inInstance) : AUBase(inInstance, 1, 1, 0)
     {
-        sTypeSeenByConstructor = sNewInstanceType;
         if (sThrowInConstructor) {
             throw static_cast<OSStatus>(kAudioUnitErr_FailedInitialization);
         }
@@ -86,14 +84,6 @@ public:
     }
 
     void Cleanup() override { ++mCleanupCalls; }
-
-    // Chains to the unit base (which resets the render time) only when
-    // mChainReset is set.
-    OSStatus Reset(AudioUnitScope inScope, AudioUnitElement inElement) override
-    {
-        ++mResetCalls;
-        return mChainReset ? AUBase::Reset(inScope, inElement) : OSStatus(noErr);
-    }
 
     OSStatus SetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
                          AudioUnitElement inElement, const void* inData, UInt32 inDataSize) override
@@ -172,15 +162,12 @@ public:
 
     ParameterEventList& PendingEvents() { return mParamList; }
     const AUPreset& CurrentPreset() const { return mCurrentPreset; }
-    bool BuffersAllocated() const { return mBuffersAllocated; }
     OSStatus LastRenderError() const { return mLastRenderError; }
 
     bool mCounted = false;
     int mInitializeCalls = 0;
     int mCleanupCalls = 0;
     int mRenderCalls = 0;
-    int mResetCalls = 0;
-    bool mChainReset = true;
     OSStatus mInitializeResult = noErr;
     OSStatus mRenderResult = noErr;
     Failure mFailure = Failure::kNone;

@@ -73,7 +73,6 @@ public:
     {
         return Globals()->GetParameter(inID);
     }
-    const std::vector<AUKernelBase*>& Kernels() const { return mKernelList; }
 
     OSStatus Initialize() override
     {
@@ -292,10 +291,9 @@ struct HostedGain
         return Render(inFrames);
     }
 
-    // Checks inFrames rendered samples of both channels against inStages gain
-    // stages, from inFrom on.
-    void ExpectGain(SampleFormat inSample, UInt32 inFrames, int inStages = 1, Float32 inGain = 0.5f,
-                    UInt32 inFrom = 0)
+    // Checks inFrames rendered samples of both channels against inStages stages
+    // of a gain of 0.5.
+    void ExpectGain(SampleFormat inSample, UInt32 inFrames, int inStages = 1)
     {
         const AudioBufferList& list = mStorage.List();
         const bool interleaved = list.mNumberBuffers == 1;
@@ -303,8 +301,8 @@ struct HostedGain
         for (UInt32 channel = 0; channel < 2; ++channel) {
             const void* data = list.mBuffers[interleaved ? 0 : channel].mData;
             ASSERT_NE(nullptr, data);
-            const Float32 gain = inGain * Float32(channel + 1);
-            for (UInt32 i = inFrom; i < inFrom + inFrames && mismatches < 5; ++i) {
+            const Float32 gain = 0.5f * Float32(channel + 1);
+            for (UInt32 i = 0; i < inFrames && mismatches < 5; ++i) {
                 const SInt32 step = SignalStep(channel, mFirstFrame + i);
                 const bool isFloat = inSample == SampleFormat::kFloat;
                 Float32 expected = isFloat ? Float32(step) / 1024.0f : Float32(step * 2);
