@@ -80,7 +80,7 @@ public:
     OSStatus Initialize() override
     {
         ++mInitializeCalls;
-        return mInitializeResult;
+        return noErr;
     }
 
     void Cleanup() override { ++mCleanupCalls; }
@@ -168,7 +168,6 @@ public:
     int mInitializeCalls = 0;
     int mCleanupCalls = 0;
     int mRenderCalls = 0;
-    OSStatus mInitializeResult = noErr;
     OSStatus mRenderResult = noErr;
     Failure mFailure = Failure::kNone;
     std::vector<Slice> mSlices;

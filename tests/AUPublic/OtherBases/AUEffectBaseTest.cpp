@@ -119,6 +119,20 @@ TEST_F(EffectHostTest, SilentInputWithoutTailIsReportedSilentAndZeroed)
     EXPECT_EQ(std::vector<UInt8>(2048, 0), mUnit.mMemory[1]) << "the output is zeroed";
 }
 
+TEST_F(EffectHostTest, ScheduledEventsTakeEffectAtTheirFrames)
+{
+    ASSERT_EQ(noErr, AudioUnitInitialize(mUnit.mUnit));
+    // Scheduling applies both values at once; slicing then applies each from
+    // its own frame on.
+    const AudioUnitParameterEvent events[2] = {ImmediateEvent(kGainParam_Gain, 200, 0.125f),
+                                               ImmediateEvent(kGainParam_Gain, 0, 0.25f)};
+    ASSERT_EQ(noErr, AudioUnitScheduleParameters(mUnit.mUnit, events, 2));
+    ASSERT_EQ(noErr, mUnit.Render(mFormat, 512, true));
+    mUnit.ExpectGain(SampleFormat::kFloat, 200, 1, 0.25f);
+    mUnit.ExpectGain(SampleFormat::kFloat, 312, 1, 0.125f, 200);
+    EXPECT_EQ(2048U, mUnit.mStorage.List().mBuffers[1].mDataByteSize) << "slices are rewound";
+}
+
 TEST(ChannelCheckTest, InitializeChecksChannelsAgainstTheTable)
 {
     const OSStatus kRefused = kAudioUnitErr_FormatNotSupported;

@@ -186,8 +186,8 @@ inline OSStatus Configure(AudioUnit inUnit, const AudioStreamBasicDescription& i
     return AudioUnitSetParameter(inUnit, kGainParam_Gain, kAudioUnitScope_Global, 0, inGain, 0);
 }
 
-// The test signal: exact in float, in 16-bit and in 8.24, and different on
-// every channel.
+// The test signal: exact in float and in 16-bit, and different on every
+// channel.
 inline SInt32 SignalStep(UInt32 inChannel, UInt64 inFrame)
 {
     return SInt32((inFrame * 7 + inChannel * 1013) % 2001) - 1000;
@@ -218,10 +218,8 @@ struct SignalSource
                     const UInt32 index = i * channels + c;
                     if (source->mSample == SampleFormat::kFloat) {
                         static_cast<Float32*>(data)[index] = Float32(step) / 1024.0f;
-                    } else if (source->mSample == SampleFormat::kInt16) {
-                        static_cast<SInt16*>(data)[index] = SInt16(step * 2);
                     } else {
-                        static_cast<SInt32*>(data)[index] = step * 4096;
+                        static_cast<SInt16*>(data)[index] = SInt16(step * 2);
                     }
                 }
             }
@@ -291,9 +289,10 @@ struct HostedGain
         return Render(inFrames);
     }
 
-    // Checks inFrames rendered samples of both channels against inStages stages
-    // of a gain of 0.5.
-    void ExpectGain(SampleFormat inSample, UInt32 inFrames, int inStages = 1)
+    // Checks inFrames rendered samples of both channels against inStages gain
+    // stages, from inFrom on.
+    void ExpectGain(SampleFormat inSample, UInt32 inFrames, int inStages = 1, Float32 inGain = 0.5f,
+                    UInt32 inFrom = 0)
     {
         const AudioBufferList& list = mStorage.List();
         const bool interleaved = list.mNumberBuffers == 1;
@@ -301,8 +300,8 @@ struct HostedGain
         for (UInt32 channel = 0; channel < 2; ++channel) {
             const void* data = list.mBuffers[interleaved ? 0 : channel].mData;
             ASSERT_NE(nullptr, data);
-            const Float32 gain = 0.5f * Float32(channel + 1);
-            for (UInt32 i = 0; i < inFrames && mismatches < 5; ++i) {
+            const Float32 gain = inGain * Float32(channel + 1);
+            for (UInt32 i = inFrom; i < inFrom + inFrames && mismatches < 5; ++i) {
                 const SInt32 step = SignalStep(channel, mFirstFrame + i);
                 const bool isFloat = inSample == SampleFormat::kFloat;
                 Float32 expected = isFloat ? Float32(step) / 1024.0f : Float32(step * 2);
