@@ -154,6 +154,12 @@ TEST(CFObjectsTest, PropertyListsRoundTripInBothFormatsKeepingIntegersAndReals)
         CFRelease(data);
         CFRelease(back);
     }
+    auto copy = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFPropertyListCreateDeepCopy(
+        kCFAllocatorDefault, state, kCFPropertyListMutableContainers)));
+    EXPECT_TRUE(CFEqual(state, copy));
+    CFDictionarySetValue(copy, CFSTR("extra"), kCFBooleanTrue); // mutable, and a copy
+    EXPECT_FALSE(CFEqual(state, copy));
+    CFRelease(copy);
     CFRelease(state);
     // XML spells integers and reals apart, escapes text, and sorts keys so
     // that equal trees give equal bytes.
