@@ -21,11 +21,6 @@ class VandrelUnit : public ::testing::TestWithParam<bool>
 {
 };
 
-std::string StyleName(const ::testing::TestParamInfo<bool>& inInfo)
-{
-    return inInfo.param ? "ComponentManager" : "Factory";
-}
-
 ::testing::AssertionResult HasValues(Instance& inUnit, const Params& inValues)
 {
     for (AudioUnitParameterID id = 0; id < 7; ++id) {
@@ -186,7 +181,7 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
     CFRelease(state);
 }
 
-INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelUnit, ::testing::Bool(), StyleName);
+INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelUnit, ::testing::Bool());
 
 // The unit's output against the reference at several channel counts and rates (one with a
 // fraction of a hertz), in place (component-manager style) or not (factory style): factory

@@ -934,8 +934,7 @@ TEST_P(DispatchTest, EveryExceptionBecomesItsStatus)
 }
 
 INSTANTIATE_TEST_SUITE_P(BothStyles, DispatchTest,
-                         ::testing::Values(OpenStyle::kFactory, OpenStyle::kEntryPoint),
-                         [](const auto& inInfo) { return StyleName(inInfo.param); });
+                         ::testing::Values(OpenStyle::kFactory, OpenStyle::kEntryPoint));
 
 // ---- The selector table, through the entry point and the factory's Lookup ----
 

@@ -192,11 +192,6 @@ enum class OpenStyle
     kEntryPoint // OpenAComponent: the component entry point
 };
 
-inline const char* StyleName(OpenStyle inStyle)
-{
-    return inStyle == OpenStyle::kFactory ? "Factory" : "EntryPoint";
-}
-
 // Registers a unit's two exported functions with the runtime under one
 // description.
 inline void RegisterBothStyles(ComponentDescription& ioDescription,

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <tuple>
 #include <vector>
 
@@ -42,14 +41,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Combine(::testing::Values(OpenStyle::kFactory, OpenStyle::kEntryPoint),
                        ::testing::Bool(), ::testing::Bool(),
                        ::testing::Values(SampleFormat::kFloat, SampleFormat::kInt16),
-                       ::testing::Bool()),
-    [](const ::testing::TestParamInfo<RenderCase>& info) {
-        const RenderCase& c = info.param;
-        return std::string(StyleName(std::get<0>(c))) + (std::get<1>(c) ? "InPlace" : "Separate") +
-               (std::get<2>(c) ? "HostMemory" : "NullPointers") +
-               (std::get<3>(c) == SampleFormat::kFloat ? "Float" : "Int16") +
-               (std::get<4>(c) ? "Interleaved" : "NonInterleaved");
-    });
+                       ::testing::Bool()));
 
 class EffectHostTest : public ::testing::Test
 {
