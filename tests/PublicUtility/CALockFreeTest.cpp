@@ -1,6 +1,7 @@
 // The lock-free stack and the render-notification list built on it.
 #include "CAAtomicStack.h"
 #include "CAThreadSafeList.h"
+#include "RunTogether.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <cstdint>
 #include <set>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -19,25 +19,6 @@ struct Node
     Node* mNext = nullptr;
     int mValue = 0;
 };
-
-// Runs inThreads copies of inWork at once, so that they really contend.
-template <class F> void RunTogether(int inThreads, F inWork)
-{
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < inThreads; ++t) {
-        threads.emplace_back([&go, &inWork, t] {
-            while (!go.load()) {
-                std::this_thread::yield();
-            }
-            inWork(t);
-        });
-    }
-    go = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
 
 // Three threads push while two take: a taker keeps one node of each chain it
 // takes and pushes the rest back, as a node pool does. Every node must end up

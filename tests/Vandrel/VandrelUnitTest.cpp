@@ -9,7 +9,6 @@
 #include <cstring>
 #include <string>
 #include <tuple>
-#include <vector>
 
 using namespace vandrel_test;
 
@@ -19,11 +18,6 @@ namespace {
 class VandrelUnit : public ::testing::TestWithParam<bool>
 {
 };
-
-std::string StyleName(const ::testing::TestParamInfo<bool>& inInfo)
-{
-    return inInfo.param ? "ComponentManager" : "Factory";
-}
 
 ::testing::AssertionResult HasValues(Instance& inUnit, const Params& inValues)
 {
@@ -150,8 +144,8 @@ TEST_P(VandrelUnit, FactoryPresetsListedSelectedAndRefused)
 }
 
 // The saved state survives the XML form into a fresh instance of the other style, restoring
-// the values and the preset name; a damaged or foreign state is refused with -10851 before
-// anything changes.
+// the values and the preset name; a foreign state is refused before anything changes (the
+// unit-base tests go through every kind of damage).
 TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
 {
     Instance unit(GetParam());
@@ -160,7 +154,6 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
     const Params saved = {-7.25f, 0, 1, 10, 50, 2000, 40};
     CFPropertyListRef state = nullptr;
     ASSERT_EQ(noErr, unit.Get(kAudioUnitProperty_ClassInfo, state));
-    auto dict = static_cast<CFDictionaryRef>(state);
     CFDataRef xml = CFPropertyListCreateData(kCFAllocatorDefault, state,
                                              kCFPropertyListXMLFormat_v1_0, 0, nullptr);
     ASSERT_NE(nullptr, xml);
@@ -174,36 +167,19 @@ TEST_P(VandrelUnit, StateSavedRestoredAndRefusedWholesale)
     EXPECT_TRUE(HasValues(fresh, saved));
     EXPECT_EQ((std::pair<SInt32, std::string>{-1, "Phaser 3"}), CurrentPreset(fresh));
 
-    // Each damage on its own: a foreign or missing identity, a part key, fields of the wrong
-    // type, a state that is not a dictionary.
     ASSERT_EQ(noErr, fresh.Set(kAudioUnitProperty_PresentPreset, AUPreset{12, nullptr}));
-    const SInt32 one = 1;
-    CFNumberRef numberOne = CFNumberCreate(nullptr, kCFNumberSInt32Type, &one);
-    const std::pair<CFStringRef, CFTypeRef> damages[] = {
-        {CFSTR("version"), numberOne},      {CFSTR("version"), nullptr},
-        {CFSTR("subtype"), numberOne},      {CFSTR("subtype"), CFSTR("Vndr")},
-        {CFSTR("manufacturer"), numberOne}, {CFSTR("manufacturer"), nullptr},
-        {CFSTR("part"), kCFBooleanTrue},    {CFSTR("data"), CFSTR("x")},
-        {CFSTR("name"), numberOne},         {CFSTR("render-quality"), CFSTR("max")},
-        {CFSTR("cpu-load"), CFSTR("x")},    {CFSTR("element-name"), numberOne}};
-    for (const auto& [key, value] : damages) {
-        CFMutableDictionaryRef damaged = CFDictionaryCreateMutableCopy(nullptr, 0, dict);
-        value ? CFDictionarySetValue(damaged, key, value) : CFDictionaryRemoveValue(damaged, key);
-        EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-                  fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(damaged)))
-            << ToString(key);
-        EXPECT_TRUE(HasValues(fresh, kPresetValues[12])) << ToString(key);
-        EXPECT_EQ((std::pair<SInt32, std::string>{12, "Wah-Wah 5"}), CurrentPreset(fresh));
-        CFRelease(damaged);
-    }
+    CFMutableDictionaryRef foreign =
+        CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(state));
+    CFDictionarySetValue(foreign, CFSTR("subtype"), CFSTR("Vndr"));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-              fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(CFSTR("x"))));
+              fresh.Set(kAudioUnitProperty_ClassInfo, static_cast<CFPropertyListRef>(foreign)));
     EXPECT_TRUE(HasValues(fresh, kPresetValues[12]));
-    CFRelease(numberOne);
+    EXPECT_EQ((std::pair<SInt32, std::string>{12, "Wah-Wah 5"}), CurrentPreset(fresh));
+    CFRelease(foreign);
     CFRelease(state);
 }
 
-INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelUnit, ::testing::Bool(), StyleName);
+INSTANTIATE_TEST_SUITE_P(BothStyles, VandrelUnit, ::testing::Bool());
 
 // The unit's output against the reference at several channel counts and rates (one with a
 // fraction of a hertz), in place (component-manager style) or not (factory style): factory

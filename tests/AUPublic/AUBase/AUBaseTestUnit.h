@@ -33,7 +33,6 @@ public:
     static inline bool sThrowInPostConstructor = false;
     static inline int sLiveObjects = 0;
     static inline int sPreDestructorCalls = 0;
-    static inline UInt32 sTypeSeenByConstructor = 99;
     static inline AUBaseTestUnit* sLastOpened = nullptr;
     static inline std::function<void()> sThrow;
 
@@ -48,7 +47,6 @@ public:
     // As the entry layer constructs a unit for a host instance.
     explicit AUBaseTestUnit(AudioComponentInstance inInstance) : AUBase(inInstance, 1, 1, 0)
     {
-        sTypeSeenByConstructor = sNewInstanceType;
         if (sThrowInConstructor) {
             throw static_cast<OSStatus>(kAudioUnitErr_FailedInitialization);
         }
@@ -82,18 +80,10 @@ public:
     OSStatus Initialize() override
     {
         ++mInitializeCalls;
-        return mInitializeResult;
+        return noErr;
     }
 
     void Cleanup() override { ++mCleanupCalls; }
-
-    // Chains to the unit base (which resets the render time) only when
-    // mChainReset is set.
-    OSStatus Reset(AudioUnitScope inScope, AudioUnitElement inElement) override
-    {
-        ++mResetCalls;
-        return mChainReset ? AUBase::Reset(inScope, inElement) : OSStatus(noErr);
-    }
 
     OSStatus SetProperty(AudioUnitPropertyID inID, AudioUnitScope inScope,
                          AudioUnitElement inElement, const void* inData, UInt32 inDataSize) override
@@ -172,16 +162,12 @@ public:
 
     ParameterEventList& PendingEvents() { return mParamList; }
     const AUPreset& CurrentPreset() const { return mCurrentPreset; }
-    bool BuffersAllocated() const { return mBuffersAllocated; }
     OSStatus LastRenderError() const { return mLastRenderError; }
 
     bool mCounted = false;
     int mInitializeCalls = 0;
     int mCleanupCalls = 0;
     int mRenderCalls = 0;
-    int mResetCalls = 0;
-    bool mChainReset = true;
-    OSStatus mInitializeResult = noErr;
     OSStatus mRenderResult = noErr;
     Failure mFailure = Failure::kNone;
     std::vector<Slice> mSlices;
@@ -205,11 +191,6 @@ enum class OpenStyle
     kFactory,   // AudioComponentInstanceNew: the factory's instance record
     kEntryPoint // OpenAComponent: the component entry point
 };
-
-inline const char* StyleName(OpenStyle inStyle)
-{
-    return inStyle == OpenStyle::kFactory ? "Factory" : "EntryPoint";
-}
 
 // Registers a unit's two exported functions with the runtime under one
 // description.

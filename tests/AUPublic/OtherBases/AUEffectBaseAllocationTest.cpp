@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace {
 
 struct AllocationCase
@@ -66,12 +64,6 @@ INSTANTIATE_TEST_SUITE_P(
                       AllocationCase{OpenStyle::kFactory, false, true, true, false},
                       AllocationCase{OpenStyle::kEntryPoint, true, true, true, false},
                       AllocationCase{OpenStyle::kFactory, false, true, false, true},
-                      AllocationCase{OpenStyle::kEntryPoint, true, true, false, true}),
-    [](const ::testing::TestParamInfo<AllocationCase>& info) {
-        const AllocationCase& c = info.param;
-        return std::string(StyleName(c.mStyle)) + (c.mInPlace ? "InPlace" : "Separate") +
-               (c.mHostMemory ? "HostMemory" : "NullPointers") + (c.mBypass ? "Bypassed" : "") +
-               (c.mConnected ? "Connected" : "Callback");
-    });
+                      AllocationCase{OpenStyle::kEntryPoint, true, true, false, true}));
 
 } // namespace

@@ -6,10 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include "RunTogether.h"
+
 #include <atomic>
 #include <cstdlib>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -41,34 +41,23 @@ TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
 {
     unsetenv("AU_COMPONENT_PATH");
     setenv("HOME", "/nonexistent", 1);
-    std::atomic<bool> go{false};
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 5; ++t) {
-        threads.emplace_back([&, t] {
-            while (!go.load()) {
-                std::this_thread::yield();
+    RunTogether(5, [&failures](int t) {
+        for (int round = 0; round < 40 && t == 4; ++round) {
+            for (AudioComponent c = nullptr; (c = AudioComponentFindNext(c, nullptr));) {
+                AudioComponentDescription description;
+                CFStringRef name = nullptr;
+                failures += AudioComponentGetDescription(c, &description) != noErr ||
+                            AudioComponentCopyName(c, &name) != noErr;
+                CFRelease(name);
             }
-            for (int round = 0; round < 40 && t == 4; ++round) {
-                for (AudioComponent c = nullptr; (c = AudioComponentFindNext(c, nullptr));) {
-                    AudioComponentDescription description;
-                    CFStringRef name = nullptr;
-                    failures += AudioComponentGetDescription(c, &description) != noErr ||
-                                AudioComponentCopyName(c, &name) != noErr;
-                    CFRelease(name);
-                }
-            }
-            // The first look-up, the folder scan and the registrations race.
-            failures += t < 4 && AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR) != noErr;
-            for (int round = 0; round < 40 && t < 4; ++round) {
-                failures += !Cycle((round + t) % 2 == 0, Float32(200 + t * 40 + round));
-            }
-        });
-    }
-    go = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+        }
+        // The first look-up, the folder scan and the registrations race.
+        failures += t < 4 && AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR) != noErr;
+        for (int round = 0; round < 40 && t < 4; ++round) {
+            failures += !Cycle((round + t) % 2 == 0, Float32(200 + t * 40 + round));
+        }
+    });
     EXPECT_EQ(0, failures.load());
     EXPECT_EQ(1u, AudioComponentCount(&kPlugIn));
 }

@@ -73,7 +73,6 @@ public:
     {
         return Globals()->GetParameter(inID);
     }
-    const std::vector<AUKernelBase*>& Kernels() const { return mKernelList; }
 
     OSStatus Initialize() override
     {
@@ -187,8 +186,8 @@ inline OSStatus Configure(AudioUnit inUnit, const AudioStreamBasicDescription& i
     return AudioUnitSetParameter(inUnit, kGainParam_Gain, kAudioUnitScope_Global, 0, inGain, 0);
 }
 
-// The test signal: exact in float, in 16-bit and in 8.24, and different on
-// every channel.
+// The test signal: exact in float and in 16-bit, and different on every
+// channel.
 inline SInt32 SignalStep(UInt32 inChannel, UInt64 inFrame)
 {
     return SInt32((inFrame * 7 + inChannel * 1013) % 2001) - 1000;
@@ -219,10 +218,8 @@ struct SignalSource
                     const UInt32 index = i * channels + c;
                     if (source->mSample == SampleFormat::kFloat) {
                         static_cast<Float32*>(data)[index] = Float32(step) / 1024.0f;
-                    } else if (source->mSample == SampleFormat::kInt16) {
-                        static_cast<SInt16*>(data)[index] = SInt16(step * 2);
                     } else {
-                        static_cast<SInt32*>(data)[index] = step * 4096;
+                        static_cast<SInt16*>(data)[index] = SInt16(step * 2);
                     }
                 }
             }
