@@ -33,10 +33,16 @@ Float32 SlotFloat32(const ComponentParameters* inParams, int inSlot)
     return value;
 }
 
+// Property values are structures of 4- and 8-byte fields at most.
+constexpr size_t kValueAlignment = 8;
+// Values up to this size are copied on the stack, so that setting a small
+// property from a render thread (a host toggling bypass) allocates nothing.
+constexpr size_t kStackValueBytes = 256;
+
 // True when a property value at p may be used in place as any structure.
 bool Aligned(const void* p)
 {
-    return reinterpret_cast<uintptr_t>(p) % alignof(std::max_align_t) == 0;
+    return reinterpret_cast<uintptr_t>(p) % kValueAlignment == 0;
 }
 
 } // namespace
@@ -135,11 +141,16 @@ OSStatus AUDispatch::SetProperty(AUBase& inUnit, AudioUnitPropertyID inID, Audio
     if (inData != nullptr && inDataSize != 0) {
         // The property layer reads structures in place: a misaligned value is
         // read from an aligned copy.
+        alignas(kValueAlignment) char small[kStackValueBytes];
         std::unique_ptr<char[]> copy;
         if (!Aligned(inData)) {
-            copy.reset(new char[inDataSize]);
-            std::memcpy(copy.get(), inData, inDataSize);
-            inData = copy.get();
+            char* aligned = small;
+            if (inDataSize > sizeof small) {
+                copy.reset(new char[inDataSize]);
+                aligned = copy.get();
+            }
+            std::memcpy(aligned, inData, inDataSize);
+            inData = aligned;
         }
         return inUnit.DispatchSetProperty(inID, inScope, inElement, inData, inDataSize);
     }
