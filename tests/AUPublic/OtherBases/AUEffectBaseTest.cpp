@@ -132,7 +132,7 @@ TEST(ChannelCheckTest, InitializeChecksChannelsAgainstTheTable)
         {0, 2, 2, noErr},    {0, 2, 1, kRefused}, {0, 1, 1, noErr},    {1, 2, 2, noErr},
         {1, 2, 1, kRefused}, {2, 2, 1, noErr},    {2, 1, 2, noErr},    {3, 1, 2, kRefused},
         {3, 2, 2, noErr},    {4, 6, 2, noErr},    {4, 2, 6, kRefused}, {5, 2, 2, kRefused},
-        {6, 0, 2, noErr},    {6, 2, 0, kRefused}};
+        {6, 0, 2, noErr},    {6, 2, 0, kRefused}, {7, 2, 0, noErr}};
     for (const auto& [table, inputs, outputs, expected] : cases) {
         HostedGain unit;
         ASSERT_EQ(noErr, AudioUnitSetParameter(unit.mUnit, kGainParam_ChannelTable,

@@ -96,11 +96,12 @@ public:
     bool SupportsTail() override { return true; }
 
     // Channel tables by kGainParam_ChannelTable: 0 none, 1 {(-1,-1)},
-    // 2 {(-1,-2)}, 3 {(1,1),(2,2)}, 4 {(-1,2)}, 5 {(-2,-2)}, 6 {(0,-1)}.
+    // 2 {(-1,-2)}, 3 {(1,1),(2,2)}, 4 {(-1,2)}, 5 {(-2,-2)}, 6 {(0,-1)}, 7 {(-1,0)}.
     UInt32 SupportedNumChannels(const AUChannelInfo** outInfo) override
     {
         static const AUChannelInfo kTables[][2] = {
-            {}, {{-1, -1}}, {{-1, -2}}, {{1, 1}, {2, 2}}, {{-1, 2}}, {{-2, -2}}, {{0, -1}}};
+            {},        {{-1, -1}}, {{-1, -2}}, {{1, 1}, {2, 2}},
+            {{-1, 2}}, {{-2, -2}}, {{0, -1}},  {{-1, 0}}};
         const int table = static_cast<int>(Parameter(kGainParam_ChannelTable));
         if (outInfo != nullptr) {
             *outInfo = kTables[table];
