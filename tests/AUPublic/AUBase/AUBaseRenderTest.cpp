@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -176,37 +174,6 @@ TEST_F(RenderTest, RendersAllocateNothingOnceInitialized)
     EXPECT_EQ(allocationcounter::Allocations() - before, 0);
     EXPECT_EQ(Unit().mSlices.size(), 16u);
     EXPECT_EQ(mLog.mFlags.size(), 10u);
-}
-
-std::atomic<int> gConcurrentCalls{0};
-
-OSStatus CountCall(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32,
-                   AudioBufferList*)
-{
-    gConcurrentCalls.fetch_add(1);
-    return noErr;
-}
-
-TEST_F(RenderTest, ConcurrentNotificationRegistrationWhileRendering)
-{
-    ASSERT_EQ(Unit().DoInitialize(), noErr);
-    std::atomic<bool> registering{true};
-    std::thread registrar([&] {
-        int tags[4] = {};
-        for (int i = 0; i < 2000; ++i) {
-            Unit().SetRenderNotification(CountCall, &tags[i % 4]);
-            Unit().RemoveRenderNotification(CountCall, &tags[i % 4]);
-        }
-        registering = false;
-    });
-    while (registering) {
-        ASSERT_EQ(Render(64), noErr);
-    }
-    registrar.join();
-    ASSERT_EQ(Render(64), noErr); // applies whatever was still queued
-    gConcurrentCalls = 0;
-    ASSERT_EQ(Render(64), noErr);
-    EXPECT_EQ(gConcurrentCalls.load(), 0); // every add was matched by a remove
 }
 
 // ---- Scheduled parameter events cut the render into slices ------------------

@@ -418,27 +418,6 @@ TEST_F(PropertyTest, NamesPresetsAndHostCallbacksAreRetainedAndNotifiedOnChange)
               kBadValue);
 }
 
-TEST(PropertyListenerTest, DuplicatesAreAllCalledAndRemovedTogether)
-{
-    auto unit = OpenUnit();
-    ListenerLog first;
-    ListenerLog second;
-    for (ListenerLog* log : {&first, &first, &second}) {
-        unit->AddPropertyListener(kAudioUnitProperty_ContextName, ListenerLog::Hear, log);
-    }
-    unit->AddPropertyListener(kAudioUnitProperty_Latency, ListenerLog::Hear, &second);
-    unit->RemovePropertyListener(kAudioUnitProperty_ContextName, ListenerLog::Hear, &second, true);
-    unit->PropertyChanged(kAudioUnitProperty_ContextName, kGlobal, 0);
-    EXPECT_EQ(first.mCalls.size(), 2u);
-    EXPECT_EQ(second.mCalls.size(), 0u);
-    unit->RemovePropertyListener(kAudioUnitProperty_ContextName, ListenerLog::Hear, nullptr, false);
-    unit->PropertyChanged(kAudioUnitProperty_ContextName, kGlobal, 0);
-    unit->PropertyChanged(kAudioUnitProperty_Latency, kIn, 3);
-    EXPECT_EQ(first.mCalls.size(), 2u);
-    EXPECT_EQ(second.mCalls,
-              (std::vector<ListenerLog::Call>{{kAudioUnitProperty_Latency, kIn, 3}}));
-}
-
 // ---- Elements and scopes ----------------------------------------------------
 
 TEST(AUElementTest, IndexedAndSparseParameterStorage)

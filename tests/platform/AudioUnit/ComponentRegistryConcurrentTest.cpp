@@ -1,4 +1,4 @@
-/* Hosts open and close instances in both styles from several threads, each
+/* Hosts open and close instances in both styles from seven threads, each
    first registering the built bundle, while another lists the components:
    every call succeeds and reaches its own instance; the bundle loads once. */
 #include <AudioUnit/AudioUnit.h>
@@ -42,8 +42,8 @@ TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
     unsetenv("AU_COMPONENT_PATH");
     setenv("HOME", "/nonexistent", 1);
     std::atomic<int> failures{0};
-    RunTogether(5, [&failures](int t) {
-        for (int round = 0; round < 40 && t == 4; ++round) {
+    RunTogether(8, [&failures](int t) {
+        for (int round = 0; round < 40 && t == 7; ++round) {
             for (AudioComponent c = nullptr; (c = AudioComponentFindNext(c, nullptr));) {
                 AudioComponentDescription description;
                 CFStringRef name = nullptr;
@@ -53,8 +53,8 @@ TEST(ComponentRegistryConcurrentTest, ConcurrentOpenCloseLookupAndRegistration)
             }
         }
         // The first look-up, the folder scan and the registrations race.
-        failures += t < 4 && AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR) != noErr;
-        for (int round = 0; round < 40 && t < 4; ++round) {
+        failures += t < 7 && AudioComponentRegisterBundle(VANDREL_BUNDLE_DIR) != noErr;
+        for (int round = 0; round < 40 && t < 7; ++round) {
             failures += !Cycle((round + t) % 2 == 0, Float32(200 + t * 40 + round));
         }
     });
