@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <ostream>
 #include <tuple>
 #include <vector>
 
@@ -191,6 +192,12 @@ enum class OpenStyle
     kFactory,   // AudioComponentInstanceNew: the factory's instance record
     kEntryPoint // OpenAComponent: the component entry point
 };
+
+// Names the style in test names and failure messages.
+inline void PrintTo(OpenStyle inStyle, std::ostream* os)
+{
+    *os << (inStyle == OpenStyle::kFactory ? "Factory" : "EntryPoint");
+}
 
 // Registers a unit's two exported functions with the runtime under one
 // description.
