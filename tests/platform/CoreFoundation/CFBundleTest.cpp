@@ -70,11 +70,16 @@ protected:
         mIdentifier = "com.example.effect." + std::to_string(getpid());
         WriteFile(mBundlePath + "/Contents/Info.plist", InfoPlist(mIdentifier));
         // English and French under their legacy folder names, as the plug-in
-        // ships them, and French also under its code, in UTF-16.
+        // ships them, and French also under its code, in UTF-16 (little-endian
+        // here, big-endian for the units, each with its byte-order mark).
         std::string french = "\xFF\xFE";
         for (char16_t unit : std::u16string(u"/* Noms */\n\"Dry Out\" = \"Sortie s\u00E8che\";\n"
                                             u"// \"Only English\" = \"x\";\n")) {
             french += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+        }
+        std::string units = "\xFE\xFF";
+        for (char16_t unit : std::u16string(u"\"Hz\" = \"Hz (fr)\";\n")) {
+            units += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
         }
         for (const auto& [file, text] : std::vector<std::pair<std::string, std::string>>{
                  {"English.lproj/Localizable.strings",
@@ -83,7 +88,7 @@ protected:
                   "\"Escapes\" = \"Tab\\tQuote\\\"\\U00A91\\101\\n\";\n\"Same\";\n"},
                  {"English.lproj/Broken.strings", "\"Broken\" = \"\\uZZ\";\n"},
                  {"fr.lproj/Localizable.strings", french},
-                 {"French.lproj/Units.strings", "\"Hz\" = \"Hz (fr)\";\n"},
+                 {"French.lproj/Units.strings", units},
                  {"English.lproj/Units.strings", "\"Hz\" = \"Hertz\";\n\"dB\" = \"decibels\";\n"},
                  {"fr.lproj/Help.txt", "aide"},
                  {"Views/Panel.bundle/marker", ""},

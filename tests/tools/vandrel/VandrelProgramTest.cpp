@@ -333,7 +333,9 @@ TEST_F(VandrelProgramTest, BypassTailFormatsAndTheDemonstrationSound)
 
 TEST_F(VandrelProgramTest, ListsComeFromThePlugInWithRangeWarnings)
 {
-    RunResult result = run({"--list-presets"});
+    RunResult result = run({"--help"});
+    EXPECT_EQ(result.out.rfind("Usage: vandrel", 0), 0u) << result.err;
+    result = run({"--list-presets"});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("  0  Default\n"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find(" 14  Warble 2\n"), std::string::npos) << result.out;
