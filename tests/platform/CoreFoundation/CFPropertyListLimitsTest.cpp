@@ -1,5 +1,5 @@
-// Property lists at sizes a fuzz input never reaches: each is refused with
-// an error, without exhausting the stack or memory.
+// Malformed property lists, and lists at sizes a fuzz input never reaches:
+// each is refused with an error, without exhausting the stack or memory.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -112,7 +112,14 @@ std::string BillionLaughs()
 
 TEST(CFPropertyListLimitsTest, HostileListsAreRefused)
 {
+    const std::string nested = Repeat("<array>", 513) + Repeat("</array>", 513);
     const std::pair<const char*, std::string> cases[] = {
+        {"nested 514 deep", Xml("<array>" + nested + "</array>")},
+        {"empty", ""},
+        {"text", "this is not a property list"},
+        {"dictionary never closed", Xml("<dict><key>a</key><integer>1</integer>")},
+        {"a date", Xml("<date>2020-01-01T00:00:00Z</date>")},
+        {"binary cut short", "bplist00\xD1\x01\x02 cut short"},
         {"XML arrays nested 100,000 deep",
          Xml(Repeat("<array>", 100000) + Repeat("</array>", 100000))},
         {"XML dictionaries nested 100,000 deep",
@@ -131,16 +138,23 @@ TEST(CFPropertyListLimitsTest, HostileListsAreRefused)
             CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
                          static_cast<CFIndex>(bytes.size()));
         CFErrorRef error = nullptr;
+        CFPropertyListFormat format = 99;
         CFPropertyListRef list = CFPropertyListCreateWithData(
-            kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, &error);
-        EXPECT_EQ(nullptr, list);
-        EXPECT_NE(nullptr, error);
-        if (list != nullptr) {
-            CFRelease(list);
-        }
-        if (error != nullptr) {
-            CFRelease(error);
-        }
+            kCFAllocatorDefault, data, kCFPropertyListImmutable, &format, &error);
         CFRelease(data);
+        EXPECT_EQ(nullptr, list);
+        ASSERT_NE(nullptr, error);
+        EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
+        EXPECT_EQ(99, format);
+        CFRelease(error);
     }
+    // 513 levels are the most a list may nest.
+    CFDataRef data =
+        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(Xml(nested).data()),
+                     static_cast<CFIndex>(Xml(nested).size()));
+    CFPropertyListRef list = CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data, kCFPropertyListMutableContainersAndLeaves, nullptr, nullptr);
+    EXPECT_NE(nullptr, list);
+    CFRelease(list);
+    CFRelease(data);
 }
