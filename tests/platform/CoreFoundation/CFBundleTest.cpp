@@ -86,7 +86,7 @@ protected:
                   "/* English names */\n\"Dry Out\" = \"Dry Out\";\n"
                   "\"Only English\" = \"English only\"; // trailing comment\n"
                   "\"Escapes\" = \"Tab\\tQuote\\\"\\U00A91\\101\\n\";\n\"Same\";\n"},
-                 {"English.lproj/Broken.strings", "\"Broken\" = \"\\uZZ\";\n"},
+                 {"English.lproj/Broken.strings", "\"Broken\" = \"\\u;\n"},
                  {"fr.lproj/Localizable.strings", french},
                  {"French.lproj/Units.strings", units},
                  {"English.lproj/Units.strings", "\"Hz\" = \"Hertz\";\n\"dB\" = \"decibels\";\n"},
