@@ -416,6 +416,15 @@ TEST_F(PropertyTest, NamesPresetsAndHostCallbacksAreRetainedAndNotifiedOnChange)
     EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_HostCallbacks), 2u) << "set once, cleared once";
     EXPECT_EQ(Unit().DispatchRemovePropertyValue(kAudioUnitProperty_Latency, kGlobal, 0),
               kBadValue);
+
+    // Removing a listener by its user data leaves the others of the same procedure.
+    ListenerLog other;
+    Unit().AddPropertyListener(kAudioUnitProperty_ContextName, ListenerLog::Hear, &other);
+    Unit().RemovePropertyListener(kAudioUnitProperty_ContextName, ListenerLog::Hear, &other, true);
+    const size_t heard = mLog.CountOf(kAudioUnitProperty_ContextName);
+    Unit().PropertyChanged(kAudioUnitProperty_ContextName, kGlobal, 0);
+    EXPECT_EQ(mLog.CountOf(kAudioUnitProperty_ContextName), heard + 1);
+    EXPECT_TRUE(other.mCalls.empty());
 }
 
 // ---- Elements and scopes ----------------------------------------------------
