@@ -236,8 +236,10 @@ uint64_t readBigEndian(const unsigned char* at, unsigned size)
 // True when a binary property list holds a string object with a NUL
 // character. libplist keeps such a string's length, but reading one as a
 // dictionary key asserts that the text has no NUL and aborts the process, so
-// these lists are refused before parsing. A malformed list is left for the
-// parser to refuse.
+// these lists are refused before parsing. Every object inside the data is
+// checked, even one placed in the header or the offset table, since the
+// parser reads objects wherever the table points. A malformed list is left
+// for the parser to refuse.
 bool binaryHasNulString(const unsigned char* bytes, uint32_t size)
 {
     constexpr uint32_t kHeader = 8;
@@ -269,7 +271,7 @@ bool binaryHasNulString(const unsigned char* bytes, uint32_t size)
     }
     for (uint64_t i = 0; i < objects; ++i) {
         const uint64_t offset = readBigEndian(bytes + table + i * offsetSize, offsetSize);
-        if (offset < kHeader || offset >= tableEnd) {
+        if (offset >= size) {
             continue;
         }
         const unsigned kind = bytes[offset] >> 4;
@@ -279,18 +281,18 @@ bool binaryHasNulString(const unsigned char* bytes, uint32_t size)
         uint64_t length = bytes[offset] & 0xF;
         uint64_t start = offset + 1;
         if (length == 0xF) { // the length follows as an integer object
-            if (start >= tableEnd || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
+            if (start >= size || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
                 continue;
             }
             const unsigned lengthSize = 1u << (bytes[start] & 0xF);
-            if (start + 1 + lengthSize > tableEnd) {
+            if (start + 1 + lengthSize > size) {
                 continue;
             }
             length = readBigEndian(bytes + start + 1, lengthSize);
             start += 1 + lengthSize;
         }
         const uint64_t unit = kind == 0x5 ? 1 : 2;
-        if (length > (tableEnd - start) / unit) {
+        if (length > (size - start) / unit) {
             continue;
         }
         const uint64_t end = start + length * unit;
@@ -363,7 +365,7 @@ bool binaryTooLarge(const unsigned char* bytes, uint32_t size)
     const auto references = [&](uint64_t index, uint64_t& start, uint64_t& count) {
         count = 0;
         const uint64_t offset = readBigEndian(bytes + table + index * offsetSize, offsetSize);
-        if (offset >= tableEnd) {
+        if (offset >= size) {
             return;
         }
         const unsigned kind = bytes[offset] >> 4;
@@ -373,18 +375,18 @@ bool binaryTooLarge(const unsigned char* bytes, uint32_t size)
         uint64_t n = bytes[offset] & 0xF;
         start = offset + 1;
         if (n == 0xF) {
-            if (start >= tableEnd || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
+            if (start >= size || (bytes[start] >> 4) != 0x1 || (bytes[start] & 0xF) > 3) {
                 return;
             }
             const unsigned nSize = 1u << (bytes[start] & 0xF);
-            if (start + 1 + nSize > tableEnd) {
+            if (start + 1 + nSize > size) {
                 return;
             }
             n = readBigEndian(bytes + start + 1, nSize);
             start += 1 + nSize;
         }
         const uint64_t perEntry = kind == 0xD ? 2 : 1;
-        if (n <= (tableEnd - start) / refSize / perEntry) {
+        if (n <= (size - start) / refSize / perEntry) {
             count = n * perEntry;
         }
     };
