@@ -300,7 +300,8 @@ public:
     }
     std::int64_t sampleTime() const { return mSampleTime; }
 
-    bool silentInput = false; // the callback delivers zeros flagged as silence
+    bool silentInput = false;   // the callback delivers zeros flagged as silence
+    bool noInputMemory = false; // the callback hands back buffers without memory
 
 private:
     static OSStatus FeedTestSignal(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
@@ -311,6 +312,10 @@ private:
         const auto start = static_cast<std::int64_t>(inTimeStamp->mSampleTime);
         for (UInt32 c = 0; c < ioData->mNumberBuffers; ++c) {
             auto* samples = static_cast<float*>(ioData->mBuffers[c].mData);
+            if (self->noInputMemory) {
+                ioData->mBuffers[c].mData = nullptr;
+                continue;
+            }
             for (UInt32 i = 0; i < inFrames; ++i) {
                 samples[i] = self->silentInput ? 0.0f : TestSample(c, start + i);
             }

@@ -228,8 +228,8 @@ INSTANTIATE_TEST_SUITE_P(StylesChannelsAndRates, VandrelUnitRender,
                                             ::testing::Values(44100.0, 48000.75, 22050.0)));
 
 // In place or into its own buffers, the unit passes the input through when bypassed (silent
-// input as zeros flagged silent), never flags processed output silent, and takes a new format
-// at initialization.
+// input as zeros flagged silent), never flags processed output silent, refuses input buffers
+// without memory, and takes a new format at initialization.
 class VandrelUnitBuffers : public ::testing::TestWithParam<bool>
 {
 };
@@ -259,6 +259,10 @@ TEST_P(VandrelUnitBuffers, ProcessBypassSilenceAndReinitialize)
     ASSERT_EQ(noErr, unit.Render(64, &flags));
     EXPECT_EQ(0u, flags & kAudioUnitRenderAction_OutputIsSilence);
     unit.silentInput = false;
+    unit.noInputMemory = true;
+    EXPECT_EQ(-1, unit.Render(64));
+    EXPECT_EQ(noErr, unit.Render(0));
+    unit.noInputMemory = false;
 
     ASSERT_EQ(noErr, AudioUnitUninitialize(unit.unit()));
     ASSERT_EQ(noErr, unit.SetFormat(1, 48000.7));
