@@ -298,7 +298,7 @@ const LV2_Descriptor* Lv2Wrapper::descriptor(uint32_t index)
     return index < 2 ? &gDescriptors[index] : nullptr;
 }
 
-extern "C" LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index)
+LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index)
 {
     return Lv2Wrapper::descriptor(index);
 }
