@@ -157,15 +157,7 @@ public:
         }();
         AudioComponentInstanceNew(component, &mUnit);
         AudioStreamBasicDescription format{};
-        format.mSampleRate = kSampleRate;
-        format.mFormatID = kAudioFormatLinearPCM;
-        format.mFormatFlags =
-            kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved;
-        format.mBytesPerPacket = 4;
-        format.mFramesPerPacket = 1;
-        format.mBytesPerFrame = 4;
-        format.mChannelsPerFrame = kChannels;
-        format.mBitsPerChannel = 32;
+        FillOutASBDForLPCM(format, kSampleRate, kChannels, 32, 32, true, false, true);
         for (AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
             AudioUnitSetProperty(mUnit, kAudioUnitProperty_StreamFormat, scope, 0, &format,
                                  sizeof(format));

@@ -119,13 +119,7 @@ inline void CloseUnit(AudioUnit unit, bool entryStyle)
 inline AudioStreamBasicDescription FloatFormat(UInt32 channels, Float64 rate)
 {
     AudioStreamBasicDescription format{};
-    format.mSampleRate = rate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved;
-    format.mBytesPerPacket = format.mBytesPerFrame = 4;
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = channels;
-    format.mBitsPerChannel = 32;
+    FillOutASBDForLPCM(format, rate, channels, 32, 32, true, false, true);
     return format;
 }
 

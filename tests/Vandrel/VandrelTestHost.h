@@ -225,13 +225,7 @@ public:
     OSStatus SetFormat(UInt32 inChannels, Float64 inRate)
     {
         AudioStreamBasicDescription format{};
-        format.mSampleRate = inRate;
-        format.mFormatID = kAudioFormatLinearPCM;
-        format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved;
-        format.mBytesPerPacket = format.mBytesPerFrame = 4;
-        format.mFramesPerPacket = 1;
-        format.mChannelsPerFrame = inChannels;
-        format.mBitsPerChannel = 32;
+        FillOutASBDForLPCM(format, inRate, inChannels, 32, 32, true, false, true);
         mChannels = inChannels;
         mSamples.assign(inChannels * kMaxFrames, 0.0f);
         OSStatus status = noErr;

@@ -215,14 +215,7 @@ void PluginHost::prepare(double sampleRate, unsigned channels, unsigned maxFrame
 {
     mChannels = channels;
     AudioStreamBasicDescription format{};
-    format.mSampleRate = sampleRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved;
-    format.mBytesPerPacket = sizeof(float);
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = sizeof(float);
-    format.mChannelsPerFrame = channels;
-    format.mBitsPerChannel = 32;
+    FillOutASBDForLPCM(format, sampleRate, channels, 32, 32, true, false, true);
     const std::string formatText = "take " + std::to_string(channels) + " channels at " +
                                    std::to_string(static_cast<long>(sampleRate)) + " Hz";
     for (AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output})

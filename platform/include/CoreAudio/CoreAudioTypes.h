@@ -242,6 +242,42 @@ typedef struct AudioChannelLayout
 
 #ifdef __cplusplus
 }
+
+/* The format flags of linear PCM samples of inValidBitsPerChannel bits, each
+   in inTotalBitsPerChannel bits (packed when the two are equal, else aligned
+   high). */
+inline AudioFormatFlags CalculateLPCMFlags(UInt32 inValidBitsPerChannel,
+                                           UInt32 inTotalBitsPerChannel, bool inIsFloat,
+                                           bool inIsBigEndian, bool inIsNonInterleaved = false)
+{
+    return static_cast<AudioFormatFlags>(inIsFloat ? kAudioFormatFlagIsFloat
+                                                   : kAudioFormatFlagIsSignedInteger) |
+           (inIsBigEndian ? static_cast<AudioFormatFlags>(kAudioFormatFlagIsBigEndian) : 0U) |
+           (inValidBitsPerChannel == inTotalBitsPerChannel ? kAudioFormatFlagIsPacked
+                                                           : kAudioFormatFlagIsAlignedHigh) |
+           (inIsNonInterleaved ? static_cast<AudioFormatFlags>(kAudioFormatFlagIsNonInterleaved)
+                               : 0U);
+}
+
+/* Fills outASBD with a linear PCM format of one frame per packet; a frame
+   holds one sample (one buffer per channel) or one per channel (interleaved). */
+inline void FillOutASBDForLPCM(AudioStreamBasicDescription& outASBD, Float64 inSampleRate,
+                               UInt32 inChannelsPerFrame, UInt32 inValidBitsPerChannel,
+                               UInt32 inTotalBitsPerChannel, bool inIsFloat, bool inIsBigEndian,
+                               bool inIsNonInterleaved = false)
+{
+    outASBD.mSampleRate = inSampleRate;
+    outASBD.mFormatID = kAudioFormatLinearPCM;
+    outASBD.mFormatFlags = CalculateLPCMFlags(inValidBitsPerChannel, inTotalBitsPerChannel,
+                                              inIsFloat, inIsBigEndian, inIsNonInterleaved);
+    outASBD.mBytesPerPacket =
+        (inIsNonInterleaved ? 1 : inChannelsPerFrame) * (inTotalBitsPerChannel / 8);
+    outASBD.mFramesPerPacket = 1;
+    outASBD.mBytesPerFrame = outASBD.mBytesPerPacket;
+    outASBD.mChannelsPerFrame = inChannelsPerFrame;
+    outASBD.mBitsPerChannel = inValidBitsPerChannel;
+    outASBD.mReserved = 0;
+}
 #endif
 
 #if defined(__cplusplus)

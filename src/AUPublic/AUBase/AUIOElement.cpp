@@ -5,16 +5,7 @@
 CAStreamBasicDescription AUIOElement::DefaultStreamFormat()
 {
     CAStreamBasicDescription format;
-    format.mSampleRate = 44100.0;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags =
-        kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved;
-    format.mBytesPerPacket = sizeof(Float32);
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = sizeof(Float32);
-    format.mChannelsPerFrame = 2;
-    format.mBitsPerChannel = 8 * sizeof(Float32);
-    format.mReserved = 0;
+    FillOutASBDForLPCM(format, 44100.0, 2, 32, 32, true, false, true);
     return format;
 }
 

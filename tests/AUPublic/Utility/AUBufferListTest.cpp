@@ -18,11 +18,9 @@ namespace {
 
 CAStreamBasicDescription FloatFormat(UInt32 inChannels, bool inInterleaved = false)
 {
-    const UInt32 bytes = inInterleaved ? 4 * inChannels : 4;
-    const UInt32 flags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked |
-                         (inInterleaved ? 0 : kAudioFormatFlagIsNonInterleaved);
-    return CAStreamBasicDescription(
-        {44100.0, kAudioFormatLinearPCM, flags, bytes, 1, bytes, inChannels, 32, 0});
+    CAStreamBasicDescription format;
+    FillOutASBDForLPCM(format, 44100.0, inChannels, 32, 32, true, false, !inInterleaved);
+    return format;
 }
 
 std::uintptr_t Address(const void* inPointer)

@@ -156,17 +156,14 @@ enum class SampleFormat
 inline AudioStreamBasicDescription MakeFormat(UInt32 inChannels, SampleFormat inSample,
                                               bool inInterleaved = false)
 {
-    const UInt32 sampleBytes = inSample == SampleFormat::kInt16 ? 2 : 4;
-    UInt32 flags = kAudioFormatFlagIsPacked |
-                   (inInterleaved ? 0 : kAudioFormatFlagIsNonInterleaved) |
-                   (inSample == SampleFormat::kFloat ? kAudioFormatFlagIsFloat
-                                                     : kAudioFormatFlagIsSignedInteger);
+    const UInt32 bits = inSample == SampleFormat::kInt16 ? 16 : 32;
+    AudioStreamBasicDescription format{};
+    FillOutASBDForLPCM(format, 44100.0, inChannels, bits, bits, inSample == SampleFormat::kFloat,
+                       false, !inInterleaved);
     if (inSample == SampleFormat::kFixed824) {
-        flags |= 24U << kLinearPCMFormatFlagsSampleFractionShift;
+        format.mFormatFlags |= 24U << kLinearPCMFormatFlagsSampleFractionShift;
     }
-    const UInt32 frameBytes = inInterleaved ? sampleBytes * inChannels : sampleBytes;
-    return {44100.0,    kAudioFormatLinearPCM, flags, frameBytes, 1, frameBytes,
-            inChannels, sampleBytes * 8,       0};
+    return format;
 }
 
 inline OSStatus SetUInt32Property(AudioUnit inUnit, AudioUnitPropertyID inID, UInt32 inValue)
