@@ -226,6 +226,12 @@ void PluginHost::prepare(double sampleRate, unsigned channels, unsigned maxFrame
     check(AudioUnitSetProperty(mUnit, kAudioUnitProperty_MaximumFramesPerSlice,
                                kAudioUnitScope_Global, 0, &maximum, sizeof(maximum)),
           "take the block size");
+    // The input callback hands the unit the caller's buffers rather than
+    // copying them into memory of the unit's own. A unit that refuses keeps
+    // its own buffers, which the callback then fills.
+    const UInt32 allocate = 0;
+    AudioUnitSetProperty(mUnit, kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0,
+                         &allocate, sizeof(allocate));
     const AURenderCallbackStruct callback{&PluginHost::supplyInput, this};
     check(AudioUnitSetProperty(mUnit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input,
                                0, &callback, sizeof(callback)),
