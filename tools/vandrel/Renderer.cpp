@@ -62,15 +62,18 @@ Renderer::Renderer(PluginHost& host, AudioSource& source, AudioFileWriter& write
 int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* interrupted)
 {
     const unsigned channels = mSource.channels();
-    std::vector<std::vector<float>> input(channels, std::vector<float>(mBlockSize));
-    std::vector<std::vector<float>> output(channels, std::vector<float>(mBlockSize));
+    // The file is read and written in pieces of whole blocks, about
+    // kChunkBytes each: transfers that large go straight between the file and
+    // these buffers instead of being copied through the stream's own buffer.
+    const unsigned chunkFrames =
+        mBlockSize * std::max(1u, kChunkBytes / (channels * 4u) / mBlockSize);
+    std::vector<std::vector<float>> input(channels, std::vector<float>(chunkFrames));
+    std::vector<std::vector<float>> output(channels, std::vector<float>(chunkFrames));
     std::vector<float*> inputPointers(channels);
     std::vector<float*> outputPointers(channels);
     std::vector<const float*> writePointers(channels);
-    for (unsigned c = 0; c < channels; ++c) {
-        outputPointers[c] = output[c].data();
+    for (unsigned c = 0; c < channels; ++c)
         writePointers[c] = output[c].data();
-    }
     std::vector<AudioUnitParameterEvent> events;
 
     bool sourceEnded = false;
@@ -79,18 +82,16 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
     for (;;) {
         if (*interrupted)
             throw ToolError(ExitStatus::kInterrupted, "Interrupted; no output file was written.");
-        // The unit may process its input in place, so the input buffers are
-        // refilled (or cleared) for every block.
         for (unsigned c = 0; c < channels; ++c)
             inputPointers[c] = input[c].data();
         unsigned frames = 0;
         if (!sourceEnded) {
-            frames = mSource.read(inputPointers.data(), mBlockSize);
-            sourceEnded = frames < mBlockSize;
+            frames = mSource.read(inputPointers.data(), chunkFrames);
+            sourceEnded = frames < chunkFrames;
         }
-        if (frames < mBlockSize && tailLeft > 0) {
+        if (frames < chunkFrames && tailLeft > 0) {
             const unsigned silence =
-                static_cast<unsigned>(std::min<int64_t>(tailLeft, mBlockSize - frames));
+                static_cast<unsigned>(std::min<int64_t>(tailLeft, chunkFrames - frames));
             for (unsigned c = 0; c < channels; ++c)
                 std::fill_n(input[c].begin() + frames, silence, 0.0f);
             frames += silence;
@@ -99,14 +100,24 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
         if (frames == 0)
             break;
 
-        mAutomation.eventsForBlock(position, frames, events);
-        mHost.schedule(events);
-        const OSStatus status = mHost.render(inputPointers.data(), outputPointers.data(), frames);
-        if (status != noErr)
-            throw ToolError(ExitStatus::kProcessingFailed,
-                            "The plug-in failed to render at " +
-                                std::to_string(position / mSource.sampleRate()) + " s (status " +
-                                std::to_string(status) + "); no output file was written.");
+        // The unit may process in place: each block's input is used once.
+        for (unsigned offset = 0; offset < frames; offset += mBlockSize) {
+            const unsigned blockFrames = std::min(mBlockSize, frames - offset);
+            for (unsigned c = 0; c < channels; ++c) {
+                inputPointers[c] = input[c].data() + offset;
+                outputPointers[c] = output[c].data() + offset;
+            }
+            mAutomation.eventsForBlock(position + offset, blockFrames, events);
+            mHost.schedule(events);
+            const OSStatus status =
+                mHost.render(inputPointers.data(), outputPointers.data(), blockFrames);
+            if (status != noErr)
+                throw ToolError(ExitStatus::kProcessingFailed,
+                                "The plug-in failed to render at " +
+                                    std::to_string((position + offset) / mSource.sampleRate()) +
+                                    " s (status " + std::to_string(status) +
+                                    "); no output file was written.");
+        }
         // Unstable settings can drive the effect to infinity or NaN, which no
         // audio file should hold.
         for (unsigned c = 0; c < channels; ++c) {

@@ -1,6 +1,7 @@
-// The render loop: reads the source block by block, schedules the block's
-// automation, renders it through the unit and writes it out; after the source
-// ends it feeds silence for the tail, so delays and filters ring out.
+// The render loop: reads the source in pieces of whole blocks, schedules each
+// block's automation, renders it through the unit and writes the piece out;
+// after the source ends it feeds silence for the tail, so delays and filters
+// ring out.
 #pragma once
 
 #include "AudioFileWriter.h"
@@ -29,6 +30,9 @@ public:
     int64_t run(ProgressBar* progress, const volatile std::sig_atomic_t* interrupted);
 
 private:
+    // Bytes of samples per piece read and written, over all channels.
+    static constexpr unsigned kChunkBytes = 1u << 20;
+
     PluginHost& mHost;
     AudioSource& mSource;
     AudioFileWriter& mWriter;
