@@ -307,6 +307,15 @@ OSStatus PluginHost::start()
     return status;
 }
 
+bool PluginHost::processesInPlace() const
+{
+    UInt32 inPlace = 0;
+    UInt32 size = sizeof(inPlace);
+    return AudioUnitGetProperty(mUnit, kAudioUnitProperty_InPlaceProcessing, kAudioUnitScope_Global,
+                                0, &inPlace, &size) == noErr &&
+           inPlace != 0;
+}
+
 Float64 PluginHost::latencySeconds() const
 {
     Float64 seconds = 0.0;

@@ -83,7 +83,8 @@ public:
     void schedule(const std::vector<AudioUnitParameterEvent>& events);
 
     // Processes `frames` (at most maxFrames) frames from in[c] into out[c]. The
-    // unit may process the input buffers in place. Returns the unit's status. [render]
+    // unit may process the input buffers in place; when it does, out may be in
+    // (nothing is then copied). Returns the unit's status. [render]
     OSStatus render(float* const* in, float* const* out, unsigned frames);
 
     // After prepare(): returns the unit to its state before any render
@@ -95,6 +96,8 @@ public:
     // next render. The slice takes a sample time of its own, one frame before
     // the next render's. Returns the unit's status. [control]
     OSStatus start();
+    // Whether the unit processes its input buffers in place. [control]
+    bool processesInPlace() const;
     // The unit's processing latency in seconds; 0 when it reports none. [control]
     Float64 latencySeconds() const;
 

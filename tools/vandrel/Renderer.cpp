@@ -68,7 +68,12 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
     const unsigned chunkFrames =
         mBlockSize * std::max(1u, kChunkBytes / (channels * 4u) / mBlockSize);
     std::vector<std::vector<float>> input(channels, std::vector<float>(chunkFrames));
-    std::vector<std::vector<float>> output(channels, std::vector<float>(chunkFrames));
+    // A unit that processes in place renders into the input buffers, which
+    // spares copying every block into buffers of its own.
+    const bool inPlace = mHost.processesInPlace();
+    std::vector<std::vector<float>> separate(inPlace ? 0 : channels,
+                                             std::vector<float>(chunkFrames));
+    std::vector<std::vector<float>>& output = inPlace ? input : separate;
     std::vector<float*> inputPointers(channels);
     std::vector<float*> outputPointers(channels);
     std::vector<const float*> writePointers(channels);
