@@ -63,8 +63,8 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
 {
     const unsigned channels = mSource.channels();
     // The file is read and written in pieces of whole blocks, about
-    // kChunkBytes each: transfers that large go straight between the file and
-    // these buffers instead of being copied through the stream's own buffer.
+    // kChunkBytes each, so that a piece is still in the cache when it is
+    // rendered and written.
     const unsigned chunkFrames =
         mBlockSize * std::max(1u, kChunkBytes / (channels * 4u) / mBlockSize);
     std::vector<std::vector<float>> input(channels, std::vector<float>(chunkFrames));
