@@ -178,25 +178,6 @@ std::int64_t Scaled(AudioUnitParameterValue inValue, double inScale)
     return TruncatedToInt64(static_cast<double>(inValue) * inScale);
 }
 
-// Whether the first `channels` buffers of a pulled list have sample memory
-// for a render of `frames` frames. A source may leave a record without
-// memory; the effect would then read (and in place write) through null.
-bool HoldsSamples(const AudioBufferList& list, size_t channels, UInt32 frames)
-{
-    if (frames == 0) {
-        return true;
-    }
-    if (list.mNumberBuffers < channels) {
-        return false;
-    }
-    for (size_t i = 0; i < channels; ++i) {
-        if (list.mBuffers[i].mData == nullptr) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // Restores the buffer records of a render's lists when the sliced path
 // returns (or throws): the slices advanced them through the frames.
 class BufferListRestorer
@@ -380,9 +361,6 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
 
         AudioBufferList& inputList = mInputElement->GetBufferList().GetPreparedList();
         AudioBufferList& outputList = mOutputElement->GetBufferList().GetPreparedList();
-        if (!HoldsSamples(inputList, mKernelList.size(), inNumberFrames)) {
-            throw static_cast<OSStatus>(-1);
-        }
         if (scheduled) {
             const UInt32 channelBytes = inNumberFrames * mOutBytesPerFrame;
             {

@@ -86,5 +86,28 @@ OSStatus AUInputElement::PullInput(AudioUnitRenderActionFlags& ioActionFlags,
     if (mSourceKind == kSourceNone) {
         return kAudioUnitErr_NoConnection;
     }
+    // A source may hand back records without sample memory; whatever reads
+    // the input (and an in-place effect writes it) would go through null.
+    if (result == noErr && !HoldsSamples(list, nFrames)) {
+        return kPulledNoSamples;
+    }
     return result;
+}
+
+bool AUInputElement::HoldsSamples(const AudioBufferList& inList, UInt32 nFrames) const
+{
+    if (nFrames == 0) {
+        return true;
+    }
+    const UInt32 buffers =
+        mStreamFormat.IsInterleavedFormat() ? 1 : mStreamFormat.mChannelsPerFrame;
+    if (inList.mNumberBuffers < buffers) {
+        return false;
+    }
+    for (UInt32 i = 0; i < buffers; ++i) {
+        if (inList.mBuffers[i].mData == nullptr) {
+            return false;
+        }
+    }
+    return true;
 }

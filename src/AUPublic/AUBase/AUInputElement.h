@@ -27,6 +27,9 @@ public:
         kSourceCallback = 2
     };
 
+    // The status of a pull whose source left a buffer without sample memory.
+    static constexpr OSStatus kPulledNoSamples = -1;
+
     // No source; allocates nothing. [control]
     explicit AUInputElement(AUBase* inAudioUnit);
     ~AUInputElement() override;
@@ -55,12 +58,17 @@ public:
     // passed to a callback as its bus number. Afterwards the bus's buffer list
     // holds the audio as its prepared list. Returns
     // kAudioUnitErr_NoConnection without a source (also when the source went
-    // away during the call), else the source's status; throws the statuses of
-    // the buffer list's prepares. [render]
+    // away during the call), kPulledNoSamples when the source succeeded but
+    // left a buffer of a nonzero pull without memory, else the source's
+    // status; throws the statuses of the buffer list's prepares. [render]
     OSStatus PullInput(AudioUnitRenderActionFlags& ioActionFlags, const AudioTimeStamp& inTimeStamp,
                        AudioUnitElement inElement, UInt32 nFrames);
 
 private:
+    // Whether every buffer the format has holds sample memory for nFrames
+    // frames (always so for none). [render]
+    bool HoldsSamples(const AudioBufferList& inList, UInt32 nFrames) const;
+
     EInputType mSourceKind;
     AURenderCallback mCallbackProc;
     void* mCallbackRefCon;
