@@ -7,10 +7,32 @@
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
-#include <xmmintrin.h>
+#include <cmath>
+#include <emmintrin.h>
 #include <sndfile.h>
 
 namespace {
+
+// Lanes of a float vector whose exponent field is all ones (infinity or NaN).
+inline __m128i nonFiniteLanes(__m128 samples)
+{
+    const __m128i exponent = _mm_set1_epi32(0x7f800000);
+    return _mm_cmpeq_epi32(_mm_and_si128(_mm_castps_si128(samples), exponent), exponent);
+}
+
+// Whether every sample is finite: four at a time with no early exit, since a
+// non-finite sample ends the run anyway.
+bool allFinite(const float* samples, size_t count)
+{
+    __m128i nonFinite = _mm_setzero_si128();
+    size_t i = 0;
+    for (; i + 4 <= count; i += 4)
+        nonFinite = _mm_or_si128(nonFinite, nonFiniteLanes(_mm_loadu_ps(samples + i)));
+    bool finite = _mm_movemask_epi8(nonFinite) == 0;
+    for (; i < count; ++i)
+        finite = finite && std::isfinite(samples[i]);
+    return finite;
+}
 
 std::string lowerExtension(const std::string& path)
 {
@@ -121,36 +143,44 @@ AudioFileWriter::~AudioFileWriter()
         sf_close(mFile);
 }
 
-void AudioFileWriter::write(const float* const* in, unsigned frames)
+bool AudioFileWriter::write(const float* const* in, unsigned frames)
 {
     mInterleaved.resize(static_cast<size_t>(frames) * mChannels);
+    bool finite = true;
     if (mChannels == 2) {
         // Stereo, four frames at a time.
         float* const out = mInterleaved.data();
         const float* const left = in[0];
         const float* const right = in[1];
+        __m128i nonFinite = _mm_setzero_si128();
         size_t i = 0;
         for (; i + 4 <= frames; i += 4) {
             const __m128 l = _mm_loadu_ps(left + i);
             const __m128 r = _mm_loadu_ps(right + i);
+            nonFinite = _mm_or_si128(nonFinite, _mm_or_si128(nonFiniteLanes(l), nonFiniteLanes(r)));
             _mm_storeu_ps(out + 2 * i, _mm_unpacklo_ps(l, r));
             _mm_storeu_ps(out + 2 * i + 4, _mm_unpackhi_ps(l, r));
         }
+        finite = _mm_movemask_epi8(nonFinite) == 0;
         for (; i < frames; ++i) {
             out[2 * i] = left[i];
             out[2 * i + 1] = right[i];
+            finite = finite && std::isfinite(left[i]) && std::isfinite(right[i]);
         }
-    }
-    // One channel at a time, so that each inner loop has a fixed stride.
-    for (unsigned c = 0; c < mChannels && mChannels != 2; ++c) {
-        const float* const channel = in[c];
-        float* out = mInterleaved.data() + c;
-        for (size_t i = 0; i < frames; ++i)
-            out[i * mChannels] = channel[i];
+    } else {
+        // One channel at a time, so that each inner loop has a fixed stride.
+        for (unsigned c = 0; c < mChannels; ++c) {
+            const float* const channel = in[c];
+            float* out = mInterleaved.data() + c;
+            for (size_t i = 0; i < frames; ++i)
+                out[i * mChannels] = channel[i];
+        }
+        finite = allFinite(mInterleaved.data(), mInterleaved.size());
     }
     if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
         throw ToolError(ExitStatus::kOutputUnwritable,
                         "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+    return finite;
 }
 
 void AudioFileWriter::commit()

@@ -23,9 +23,13 @@ public:
     AudioFileWriter(const AudioFileWriter&) = delete;
     AudioFileWriter& operator=(const AudioFileWriter&) = delete;
 
-    // Appends `frames` frames from channel buffers in[0..channels-1]. Throws
-    // ToolError(kOutputUnwritable), for example when the disk is full. [control]
-    void write(const float* const* in, unsigned frames);
+    // Appends `frames` frames from channel buffers in[0..channels-1] and
+    // returns whether every one of their samples is finite (they are written
+    // either way; the caller decides whether the file is still wanted). The
+    // check rides on the pass that interleaves the samples, which touches
+    // each of them anyway. Throws ToolError(kOutputUnwritable), for example
+    // when the disk is full. [control]
+    [[nodiscard]] bool write(const float* const* in, unsigned frames);
 
     // Finishes the file and puts it under its name. Throws ToolError(kOutputUnwritable). [control]
     void commit();

@@ -7,28 +7,7 @@
 #include <cmath>
 #include <string>
 
-#include <emmintrin.h>
-
 namespace {
-
-// Whether every sample is finite: no exponent field of all ones. Four
-// samples at a time with no early exit, since it runs over every sample
-// written and a non-finite one ends the run anyway.
-bool allFinite(const float* samples, unsigned count)
-{
-    const __m128i exponent = _mm_set1_epi32(0x7f800000);
-    __m128i nonFinite = _mm_setzero_si128();
-    unsigned i = 0;
-    for (; i + 4 <= count; i += 4) {
-        const __m128i bits = _mm_castps_si128(_mm_loadu_ps(samples + i));
-        nonFinite =
-            _mm_or_si128(nonFinite, _mm_cmpeq_epi32(_mm_and_si128(bits, exponent), exponent));
-    }
-    bool finite = _mm_movemask_epi8(nonFinite) == 0;
-    for (; i < count; ++i)
-        finite = finite && std::isfinite(samples[i]);
-    return finite;
-}
 
 // The settings in force, for a message: the out-of-range ones when there are
 // any (those are the likely cause), else all of them.
@@ -48,6 +27,19 @@ std::string describeSettings(const PluginHost& host)
                        ParameterTable::formatValue(parameter.maxValue) + ")";
     }
     return outside.empty() ? "with " + all : "with settings outside their ranges: " + outside;
+}
+
+// The first frame of a piece at which some channel is not finite, or
+// `frames` when there is none.
+unsigned firstNonFinite(const std::vector<std::vector<float>>& channels, unsigned frames)
+{
+    unsigned first = frames;
+    for (const std::vector<float>& channel : channels) {
+        const auto bad = std::find_if(channel.begin(), channel.begin() + first,
+                                      [](float sample) { return !std::isfinite(sample); });
+        first = static_cast<unsigned>(bad - channel.begin());
+    }
+    return first;
 }
 
 } // namespace
@@ -124,19 +116,14 @@ int64_t Renderer::run(ProgressBar* progress, const volatile std::sig_atomic_t* i
                                     "); no output file was written.");
         }
         // Unstable settings can drive the effect to infinity or NaN, which no
-        // audio file should hold.
-        for (unsigned c = 0; c < channels; ++c) {
-            if (allFinite(output[c].data(), frames))
-                continue;
-            const auto bad = std::find_if(output[c].begin(), output[c].begin() + frames,
-                                          [](float sample) { return !std::isfinite(sample); });
-            throw ToolError(
-                ExitStatus::kProcessingFailed,
-                "The plug-in's output became infinite or not a number at " +
-                    std::to_string((position + (bad - output[c].begin())) / mSource.sampleRate()) +
-                    " s " + describeSettings(mHost) + "; no output file was written.");
-        }
-        mWriter.write(writePointers.data(), frames);
+        // audio file should hold: the run stops, and the file written so far
+        // is discarded.
+        if (!mWriter.write(writePointers.data(), frames))
+            throw ToolError(ExitStatus::kProcessingFailed,
+                            "The plug-in's output became infinite or not a number at " +
+                                std::to_string((position + firstNonFinite(output, frames)) /
+                                               mSource.sampleRate()) +
+                                " s " + describeSettings(mHost) + "; no output file was written.");
         position += frames;
         if (progress != nullptr)
             progress->update(position);

@@ -90,7 +90,7 @@ TEST_P(Lv2RenderTest, SoundsAsTheVandrelProgramAtTheSameBlockSize)
     const std::string in = kFiles + "-in.wav";
     AudioFileWriter writer(in, row.channels, Lv2TestHost::kRate);
     const float* from[] = {input[0].data(), input.back().data()};
-    writer.write(from, 20000);
+    ASSERT_TRUE(writer.write(from, 20000));
     writer.commit();
     const size_t slice = std::min<size_t>(row.block, static_cast<size_t>(row.maxBlock));
     std::string command = "LC_ALL=C " VANDREL_PROGRAM " -q " + in + " -p '" + row.preset + "' -b " +
