@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Compares the speed of vandrel with its peers on the same 60-second stereo
 # 44.1 kHz file, whole process (start-up, reading, effect, writing), several
-# runs of each, median wall and processor time (user + system):
+# runs of each, median wall and processor time (user + system, counted by
+# bench/ProcessTime.cpp for the program alone, without a shell's fork); the
+# two programs of a row run turn about, so that a busy spell of the machine
+# falls on both alike:
 #   1. vandrel against sox's own flanger and phaser, and against the LADSPA
 #      flangers and phasers that Debian packages ship (tap-plugins,
 #      swh-plugins, caps), run through sox's ladspa effect; "x faster" is the
@@ -19,8 +22,9 @@ scripts/deps.sh ladspa-sdk tap-plugins swh-plugins caps
 export LADSPA_PATH=${LADSPA_PATH:-/usr/lib/ladspa}
 
 cmake --preset plain >/dev/null
-cmake --build --preset plain --target vandrel Vandrel >/dev/null
+cmake --build --preset plain --target vandrel Vandrel process-time >/dev/null
 vandrel=build/plain/tools/vandrel/vandrel
+timer=build/plain/bench/process-time
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -30,65 +34,90 @@ sox -q -n -r 44100 -c 2 -b 16 "$input" synth 60 sawtooth 110 sawtooth 165 pinkno
 
 median() { sort -n | awk '{ t[NR] = $1 } END { printf "%.3f", (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2 }'; }
 
-# Runs a command $runs times; prints "wall cpu", each the median in seconds.
-# Outputs are removed before each run, so every run writes a new file.
-measure() {
-  local walls=() cpus=() line
+# Times one run of a command; prints "wall cpu" in seconds. The output is
+# removed first, so every run writes a new file.
+once() {
+  rm -f "$work"/out-*.wav
+  "$timer" "$@"
+}
+
+# Runs the commands held in the arrays named $1 and $2 $runs times, turn
+# about; prints "wall cpu wall cpu": the medians of the first command, then
+# the second's.
+alternate() {
+  local -n first_=$1 second_=$2
+  local walls1=() cpus1=() walls2=() cpus2=() w c
   for ((i = 0; i < runs; i++)); do
-    rm -f "$work"/out-*.wav
     sync
-    line=$( { TIMEFORMAT='%R %U %S'; time "$@" >/dev/null 2>&1; } 2>&1 )
-    read -r real user sys <<<"$line"
-    walls+=("$real")
-    cpus+=("$(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }')")
+    read -r w c <<<"$(once "${first_[@]}")"
+    walls1+=("$w") cpus1+=("$c")
+    read -r w c <<<"$(once "${second_[@]}")"
+    walls2+=("$w") cpus2+=("$c")
   done
-  echo "$(printf '%s\n' "${walls[@]}" | median) $(printf '%s\n' "${cpus[@]}" | median)"
+  echo "$(printf '%s\n' "${walls1[@]}" | median) $(printf '%s\n' "${cpus1[@]}" | median)" \
+    "$(printf '%s\n' "${walls2[@]}" | median) $(printf '%s\n' "${cpus2[@]}" | median)"
 }
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", (b > 0) ? a / b : 0 }'; }
 
-ours() { measure "$vandrel" --quiet "$input" -o "$work/out-vandrel.wav" "$@"; }
-# The sox effect and its arguments are split into words on purpose; all
-# programs write 32-bit float WAV.
-theirs() { measure sox "$input" -e floating-point -b 32 "$work/out-sox.wav" $1; }
-
-row() { # label, peer, ours "wall cpu", theirs "wall cpu"
-  local ow oc tw tc
-  read -r ow oc <<<"$3"
-  read -r tw tc <<<"$4"
-  printf '%-8s %-40s | %8s %8s | %8s %8s | %8s\n' "$1" "$2" "$ow" "$tw" "$oc" "$tc" "$(ratio "$tc" "$oc")"
+# Fills the array named $1 with a vandrel or a sox command line. The sox
+# effect and its arguments are split into words on purpose; all programs
+# write 32-bit float WAV.
+# shellcheck disable=SC2034  # the arrays are filled through name references
+ours() {
+  local -n ours_=$1
+  shift
+  ours_=("$vandrel" --quiet "$input" -o "$work/out-vandrel.wav" "$@")
+}
+# shellcheck disable=SC2034,SC2206
+theirs() {
+  local -n theirs_=$1
+  theirs_=(sox "$input" -e floating-point -b 32 "$work/out-sox.wav" $2)
 }
 
-printf '%-8s %-40s | %8s %8s | %8s %8s | %8s\n' effect "vandrel preset / peer" "wall us" "wall" \
-  "cpu us" "cpu" "x faster"
+print_row() { printf '%-8s %-44s | %8s %8s | %8s %8s | %8s\n' "$@"; }
+
+# label, vandrel's part, the peer's part, the two commands' array names
+row() {
+  local ow oc tw tc
+  read -r ow oc tw tc <<<"$(alternate "$4" "$5")"
+  print_row "$1" "$2 / $3" "$ow" "$tw" "$oc" "$tc" "$(ratio "$tc" "$oc")"
+}
+
+print_row effect "vandrel preset / peer" "wall us" "wall" "cpu us" "cpu" "x faster"
 echo "--- fixed costs: vandrel --bypass / sox conversion without an effect"
-row none "--bypass / (none)" "$(ours --bypass)" "$(theirs "")"
+ours mine --bypass
+theirs peer ""
+row none --bypass "(none)" mine peer
 
 compare() { # label, preset, peer effects...
-  local label=$1 preset=$2 mine
+  local label=$1 preset=$2 effect
   shift 2
-  mine=$(ours -p "$preset")
+  ours mine -p "$preset"
   for effect in "$@"; do
-    row "$label" "$preset / ${effect}" "$mine" "$(theirs "$effect")"
+    theirs peer "$effect"
+    row "$label" "$preset" "$effect" mine peer
   done
 }
 echo "--- sox's own effects, then LADSPA plug-ins through sox"
 compare flanger "Flange - 1 Hz" "flanger" \
   "ladspa tap_chorusflanger" "ladspa -r flanger_1191 flanger" \
   "ladspa -r retro_flange_1208 retroFlange" "ladspa -r dj_flanger_1438 djFlanger 0 1 4 50"
-compare phaser "Phaser 2" "phaser 0.8 0.74 3 0.4 0.5 -t" \
+# Phaser 1 sweeps at 0.5 Hz, as sox's phaser here does; Phaser 2 at 4.5 Hz,
+# where the sweep crosses a table interval every two or three frames.
+compare phaser "Phaser 1" "phaser 0.8 0.74 3 0.4 0.5 -t" \
   "ladspa -r phasers_1217 lfoPhaser" "ladspa -r caps PhaserII"
+compare phaser "Phaser 2" "phaser 0.8 0.74 3 0.4 0.5 -t"
 compare wah-wah "Wah-Wah 1" "phaser 0.8 0.74 3 0.4 1 -s"
 
 echo
-printf '%-8s %-40s | %8s %8s | %8s %8s | %8s\n' effect "vandrel preset and ramp" "wall ramp" \
-  "wall" "cpu ramp" "cpu" "x fixed"
+print_row effect "vandrel preset and ramp" "wall ramp" "wall" "cpu ramp" "cpu" "x fixed"
 ramp() { # label, preset, ramp
   local rw rc fw fc
-  read -r rw rc <<<"$(ours -p "$2" -r "$3")"
-  read -r fw fc <<<"$(ours -p "$2")"
-  printf '%-8s %-40s | %8s %8s | %8s %8s | %8s\n' "$1" "$2 -r $3" "$rw" "$fw" "$rc" "$fc" \
-    "$(ratio "$rc" "$fc")"
+  ours ramped -p "$2" -r "$3"
+  ours fixed -p "$2"
+  read -r rw rc fw fc <<<"$(alternate ramped fixed)"
+  print_row "$1" "$2 -r $3" "$rw" "$fw" "$rc" "$fc" "$(ratio "$rc" "$fc")"
 }
 ramp flanger "Flange - 1 Hz" "Modulation rate:0.2:6:0:60s"
 ramp phaser "Phaser 2" "Modulation rate:0.2:6:0:60s"
