@@ -347,6 +347,14 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
             bool ramping = false;
             mCycleEvents = mParamList.data();
             mCycleEventCount = static_cast<UInt32>(mParamList.size());
+            // Parameters without events keep their stored values through the
+            // render: read once here rather than at every step of a ramp.
+            const AUElement& globals = *Globals();
+            for (AudioUnitParameterID id = 0; id < kNumParams; ++id) {
+                if ((mTouchedParams & (1u << id)) == 0) {
+                    mValuesBeforeEvents[id] = globals.GetParameter(id);
+                }
+            }
             ValuesInForceAt(0, values, ramping);
             MapParameters(values, mEngineProps);
         } else {
@@ -447,10 +455,9 @@ void Vandrel::ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValue
                               bool& outRamping)
 {
     outRamping = false;
-    const AUElement& globals = *Globals();
     for (AudioUnitParameterID id = 0; id < kNumParams; ++id) {
         if ((mTouchedParams & (1u << id)) == 0) {
-            outValues[id] = globals.GetParameter(id);
+            outValues[id] = mValuesBeforeEvents[id];
             continue;
         }
         // The latest event started by inFrame wins; among events that start

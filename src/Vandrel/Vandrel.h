@@ -190,10 +190,10 @@ public:
 
 private:
     // Parameter values in force at frame inFrame of the current render:
-    // stored values, or for parameters touched by this cycle's events the
-    // latest event started by then (immediate value, or the ramp's value at
-    // that frame; its end value once over). outRamping tells whether a ramp
-    // is under way at that frame. [render]
+    // stored values as the render began, or for parameters touched by this
+    // cycle's events the latest event started by then (immediate value, or
+    // the ramp's value at that frame; its end value once over). outRamping
+    // tells whether a ramp is under way at that frame. [render]
     void ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValues)[kNumParams],
                          bool& outRamping);
 
@@ -209,7 +209,8 @@ private:
 
     // Scheduled-event bookkeeping: the events of the render under way (the
     // framework's list, valid only during that render) and, per parameter, the
-    // value it had before the first event of the cycle touched it.
+    // value it had before the first event of the cycle touched it, or for a
+    // parameter no event touches, its stored value as the render began.
     const AudioUnitParameterEvent* mCycleEvents;
     UInt32 mCycleEventCount;
     UInt32 mTouchedParams;
