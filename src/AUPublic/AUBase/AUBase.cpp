@@ -720,9 +720,14 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
         }
         const UInt32 sliceFrames = static_cast<UInt32>(end - start);
 
-        // Applied in time order, so the latest event for a parameter wins.
+        // Applied in time order, so the latest event for a parameter wins. The
+        // list is sorted by offset, and no event at or after the slice's end
+        // touches it.
         for (const AudioUnitParameterEvent& event : ioParamList) {
             const SInt32 offset = EventOffset(event);
+            if (offset >= end) {
+                break;
+            }
             bool inSlice;
             if (event.eventType == kParameterEvent_Ramped) {
                 // The ramp's end is compared unsigned, its start signed.
