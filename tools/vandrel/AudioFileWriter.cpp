@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <unistd.h>
-#include <cmath>
 #include <emmintrin.h>
 #include <sndfile.h>
 
