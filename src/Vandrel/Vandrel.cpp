@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <emmintrin.h>
 #include <limits>
 #include <vector>
 
@@ -159,17 +160,16 @@ void LocalizeNamesOnce()
 // than leave the conversion undefined and build-dependent.
 std::int64_t TruncatedToInt64(double inValue)
 {
-    constexpr double kTwoTo63 = 9223372036854775808.0;
+    // The processor's truncation answers NaN and values beyond the range
+    // with the lowest value, which alone needs a second look.
+    const std::int64_t truncated = _mm_cvttsd_si64(_mm_set_sd(inValue));
+    if (truncated != std::numeric_limits<std::int64_t>::min()) {
+        return truncated;
+    }
     if (std::isnan(inValue)) {
         return 0;
     }
-    if (inValue >= kTwoTo63) {
-        return std::numeric_limits<std::int64_t>::max();
-    }
-    if (inValue <= -kTwoTo63) {
-        return std::numeric_limits<std::int64_t>::min();
-    }
-    return static_cast<std::int64_t>(inValue);
+    return inValue > 0.0 ? std::numeric_limits<std::int64_t>::max() : truncated;
 }
 
 // Truncation toward zero of a value widened to double and scaled.
@@ -355,7 +355,7 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
                     mValuesBeforeEvents[id] = globals.GetParameter(id);
                 }
             }
-            ValuesInForceAt(0, values, ramping);
+            ValuesInForceAt(0, false, values, ramping);
             MapParameters(values, mEngineProps);
         } else {
             updateEngineParams();
@@ -431,7 +431,7 @@ OSStatus Vandrel::ProcessScheduledSlice(void* inUserData, UInt32 inStartFrameInB
         const UInt32 frame = inStartFrameInBuffer + done;
         AudioUnitParameterValue values[kNumParams];
         bool ramping = false;
-        ValuesInForceAt(frame, values, ramping);
+        ValuesInForceAt(frame, true, values, ramping);
         const UInt32 left = inSliceFramesToProcess - done;
         const UInt32 step = ramping ? std::min(left, kRampStepFrames) : left;
         // The render cooked the values of frame 0 before slicing began.
@@ -451,51 +451,80 @@ OSStatus Vandrel::ProcessScheduledSlice(void* inUserData, UInt32 inStartFrameInB
                                                inSliceFramesToProcess, inTotalBufferFrames);
 }
 
-void Vandrel::ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValues)[kNumParams],
-                              bool& outRamping)
+namespace {
+
+// The value that `event` gives its parameter at inFrame, at or after the
+// event's start, and whether a ramp is then under way.
+AudioUnitParameterValue ValueOfEventAt(const AudioUnitParameterEvent& event, UInt32 inFrame,
+                                       bool& outRampUnderWay)
+{
+    if (event.eventType == kParameterEvent_Immediate) {
+        outRampUnderWay = false;
+        return event.eventValues.immediate.value;
+    }
+    const auto& ramp = event.eventValues.ramp;
+    const std::int64_t elapsed =
+        static_cast<std::int64_t>(inFrame) - std::int64_t{ramp.startBufferOffset};
+    if (elapsed >= static_cast<std::int64_t>(ramp.durationInFrames)) {
+        outRampUnderWay = false;
+        return ramp.endValue;
+    }
+    const double fraction =
+        static_cast<double>(elapsed) / static_cast<double>(ramp.durationInFrames);
+    outRampUnderWay = true;
+    return static_cast<AudioUnitParameterValue>(ramp.startValue +
+                                                (ramp.endValue - ramp.startValue) * fraction);
+}
+
+bool IsEventFor(const AudioUnitParameterEvent& event, AudioUnitParameterID id)
+{
+    return event.scope == kAudioUnitScope_Global && event.element == 0 && event.parameter == id;
+}
+
+} // namespace
+
+void Vandrel::ValuesInForceAt(UInt32 inFrame, bool inSorted,
+                              AudioUnitParameterValue (&outValues)[kNumParams], bool& outRamping)
 {
     outRamping = false;
-    for (AudioUnitParameterID id = 0; id < kNumParams; ++id) {
-        if ((mTouchedParams & (1u << id)) == 0) {
-            outValues[id] = mValuesBeforeEvents[id];
-            continue;
-        }
+    // In a list sorted by start, the events started by inFrame come first.
+    UInt32 started = mCycleEventCount;
+    if (inSorted) {
+        started = static_cast<UInt32>(
+            std::upper_bound(mCycleEvents, mCycleEvents + mCycleEventCount,
+                             static_cast<std::int64_t>(inFrame),
+                             [](std::int64_t frame, const AudioUnitParameterEvent& event) {
+                                 return frame < event.eventValues.ramp.startBufferOffset;
+                             }) -
+            mCycleEvents);
+    }
+    std::memcpy(outValues, mValuesBeforeEvents, sizeof outValues);
+    for (UInt32 touched = mTouchedParams; touched != 0; touched &= touched - 1) {
+        const auto id = static_cast<AudioUnitParameterID>(__builtin_ctz(touched));
         // The latest event started by inFrame wins; among events that start
         // at the same frame, the later one in the list, as in the framework's
         // own records.
-        AudioUnitParameterValue value = mValuesBeforeEvents[id];
-        std::int64_t latestStart = INT64_MIN;
         bool rampUnderWay = false;
-        for (UInt32 e = 0; e < mCycleEventCount; ++e) {
-            const AudioUnitParameterEvent& event = mCycleEvents[e];
-            if (event.scope != kAudioUnitScope_Global || event.element != 0 ||
-                event.parameter != id) {
-                continue;
+        if (inSorted) {
+            for (UInt32 e = started; e-- > 0;) {
+                if (IsEventFor(mCycleEvents[e], id)) {
+                    outValues[id] = ValueOfEventAt(mCycleEvents[e], inFrame, rampUnderWay);
+                    break;
+                }
             }
-            const std::int64_t start = event.eventValues.ramp.startBufferOffset;
-            if (start > static_cast<std::int64_t>(inFrame) || start < latestStart) {
-                continue;
-            }
-            latestStart = start;
-            if (event.eventType == kParameterEvent_Immediate) {
-                value = event.eventValues.immediate.value;
-                rampUnderWay = false;
-                continue;
-            }
-            const auto& ramp = event.eventValues.ramp;
-            const std::int64_t elapsed = static_cast<std::int64_t>(inFrame) - start;
-            if (elapsed >= static_cast<std::int64_t>(ramp.durationInFrames)) {
-                value = ramp.endValue;
-                rampUnderWay = false;
-            } else {
-                const double fraction =
-                    static_cast<double>(elapsed) / static_cast<double>(ramp.durationInFrames);
-                value = static_cast<AudioUnitParameterValue>(
-                    ramp.startValue + (ramp.endValue - ramp.startValue) * fraction);
-                rampUnderWay = true;
+        } else {
+            std::int64_t latestStart = INT64_MIN;
+            for (UInt32 e = 0; e < mCycleEventCount; ++e) {
+                const AudioUnitParameterEvent& event = mCycleEvents[e];
+                const std::int64_t start = event.eventValues.ramp.startBufferOffset;
+                if (!IsEventFor(event, id) || start > static_cast<std::int64_t>(inFrame) ||
+                    start < latestStart) {
+                    continue;
+                }
+                latestStart = start;
+                outValues[id] = ValueOfEventAt(event, inFrame, rampUnderWay);
             }
         }
-        outValues[id] = value;
         outRamping = outRamping || rampUnderWay;
     }
 }
@@ -645,24 +674,19 @@ void Vandrel::MapParameters(const AudioUnitParameterValue (&inValues)[kNumParams
     ioProps.lCenterFreq = TruncatedToInt64(inValues[kParam_CenterFreq]);
     ioProps.lResonance = TruncatedToInt64(inValues[kParam_Resonance]);
 
-    struct Field
-    {
-        std::int64_t _transform_props::*member;
-        std::uint32_t changeBit;
-    };
-    static constexpr Field kFields[] = {{&_transform_props::lDryOut, kPropsChanged_Levels},
-                                        {&_transform_props::lWetOut, kPropsChanged_Levels},
-                                        {&_transform_props::lEffect, kPropsChanged_Effect},
-                                        {&_transform_props::lModRate, kPropsChanged_Effect},
-                                        {&_transform_props::lModDepth, kPropsChanged_Effect},
-                                        {&_transform_props::lCenterFreq, kPropsChanged_Effect},
-                                        {&_transform_props::lResonance, kPropsChanged_Effect}};
-    for (const Field& field : kFields) {
-        if (prvEngineProps.*field.member != ioProps.*field.member) {
-            prvEngineProps.*field.member = ioProps.*field.member;
-            ioProps.uChanged |= field.changeBit;
+    auto note = [&ioProps](std::int64_t& ioPrevious, std::int64_t inNow, std::uint32_t inBit) {
+        if (ioPrevious != inNow) {
+            ioPrevious = inNow;
+            ioProps.uChanged |= inBit;
         }
-    }
+    };
+    note(prvEngineProps.lDryOut, ioProps.lDryOut, kPropsChanged_Levels);
+    note(prvEngineProps.lWetOut, ioProps.lWetOut, kPropsChanged_Levels);
+    note(prvEngineProps.lEffect, ioProps.lEffect, kPropsChanged_Effect);
+    note(prvEngineProps.lModRate, ioProps.lModRate, kPropsChanged_Effect);
+    note(prvEngineProps.lModDepth, ioProps.lModDepth, kPropsChanged_Effect);
+    note(prvEngineProps.lCenterFreq, ioProps.lCenterFreq, kPropsChanged_Effect);
+    note(prvEngineProps.lResonance, ioProps.lResonance, kPropsChanged_Effect);
 }
 
 Vandrel::VandrelKernel::VandrelKernel(AUEffectBase* inAudioUnit) : AUKernelBase(inAudioUnit) {}

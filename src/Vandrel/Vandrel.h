@@ -193,9 +193,11 @@ private:
     // stored values as the render began, or for parameters touched by this
     // cycle's events the latest event started by then (immediate value, or
     // the ramp's value at that frame; its end value once over). outRamping
-    // tells whether a ramp is under way at that frame. [render]
-    void ValuesInForceAt(UInt32 inFrame, AudioUnitParameterValue (&outValues)[kNumParams],
-                         bool& outRamping);
+    // tells whether a ramp is under way at that frame. inSorted: the events
+    // are sorted by start, as the framework sorts them before slicing, which
+    // lets the search start at the last event started by inFrame. [render]
+    void ValuesInForceAt(UInt32 inFrame, bool inSorted,
+                         AudioUnitParameterValue (&outValues)[kNumParams], bool& outRamping);
 
     AUOutputElement* mOutputElement;
     AUInputElement* mInputElement;

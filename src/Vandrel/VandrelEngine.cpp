@@ -504,7 +504,8 @@ CVandrelEngine::CVandrelEngine()
       lWahBuiltLength(0), lWahBuiltDepth(0), lWahBuiltCenter(0), lWahBuiltResonance(0),
       nWahBuiltSampleRate(0), bLevelsConverted(false), lConvertedWetOut(0), lConvertedDryOut(0),
       dWetRatio(0.0), dDryRatio(0.0), mWahFrequencies(), dWahQuality(0.0), dWahLo(0.0),
-      dWahInc(0.0), lWahValidFirst(1), lWahValidLast(0)
+      dWahInc(0.0), lWahValidFirst(1), lWahValidLast(0), lWahStepRate(0), nWahStepSampleRate(0),
+      lWahStepLength(0), dWahStepSize(0.0)
 {
 }
 
@@ -670,19 +671,24 @@ std::int32_t CVandrelEngine::SetupFlange(const _transform_props& props, TRANSFOR
 
 std::int32_t CVandrelEngine::SetupWahwah(const _transform_props& props, TRANSFORM_STATE)
 {
+    // The length and the step's size depend on the rate and the sample rate
+    // alone: a cook that changes neither (a ramp of another knob cooks every
+    // 32 frames) reuses them.
     const std::int64_t rate = EffectiveModRate(props);
-    std::int64_t halfPeriod = static_cast<std::int64_t>(
-        (1000.0 * static_cast<double>(nSampleRate)) / static_cast<double>(WrapMul(2, rate)));
-    if (halfPeriod < kMinHalfPeriod) {
-        halfPeriod = kMinHalfPeriod;
+    if (lWahStepRate != rate || nWahStepSampleRate != nSampleRate) {
+        std::int64_t halfPeriod = static_cast<std::int64_t>(
+            (1000.0 * static_cast<double>(nSampleRate)) / static_cast<double>(WrapMul(2, rate)));
+        if (halfPeriod < kMinHalfPeriod) {
+            halfPeriod = kMinHalfPeriod;
+        }
+        lWahStepLength = halfPeriod < kWahTableSize ? halfPeriod : kWahTableSize;
+        dWahStepSize = static_cast<double>(lWahStepLength) / static_cast<double>(halfPeriod);
+        lWahStepRate = rate;
+        nWahStepSampleRate = nSampleRate;
     }
-    const std::int64_t len = halfPeriod < kWahTableSize ? halfPeriod : kWahTableSize;
+    const std::int64_t len = lWahStepLength;
     lWahTableLen = len;
-    if (dWahStep < 0.0) {
-        dWahStep = -static_cast<double>(len) / static_cast<double>(halfPeriod);
-    } else {
-        dWahStep = static_cast<double>(len) / static_cast<double>(halfPeriod);
-    }
+    dWahStep = dWahStep < 0.0 ? -dWahStepSize : dWahStepSize;
 
     // The rate enters the tables only through their length.
     if (bWahTablesBuilt && lWahBuiltLength == len && lWahBuiltDepth == props.lModDepth &&

@@ -257,6 +257,12 @@ private:
     double dWahInc; // increment of the running sum
     std::int64_t lWahValidFirst;
     std::int64_t lWahValidLast;
+    // The table length and the step's size last computed, with their inputs
+    // (a rate of 0 is never effective, so the first cook computes them).
+    std::int64_t lWahStepRate;
+    std::int32_t nWahStepSampleRate;
+    std::int64_t lWahStepLength;
+    double dWahStepSize;
 };
 
 #endif

@@ -279,7 +279,8 @@ INSTANTIATE_TEST_SUITE_P(VeryLowRates, EngineReferenceStreamTest,
 // frames, no channels (the flanger still advances, the sweep does not), fewer channels (the
 // flanger's line then takes the render's count), more (the flanger refuses; beyond 32, all do),
 // overlapping or shared buffers (each channel reads what the one before it wrote), skip, a
-// refused TransformBegin that leaves the stream as it was, an effect number never mapped.
+// refused TransformBegin that leaves the stream as it was, a restart at another sample rate
+// with the same settings, an effect number never mapped.
 TEST(EngineReferenceDriverTest, DegenerateRendersMatchReference)
 {
     for (int effect = 0; effect < 3; ++effect) {
@@ -308,6 +309,8 @@ TEST(EngineReferenceDriverTest, DegenerateRendersMatchReference)
                       chain.Engine().TransformBegin(bad, 8000, props));
         }
         ASSERT_TRUE(chain.Render(512));
+        ASSERT_TRUE(chain.Begin(3, 22050, values));
+        ASSERT_TRUE(chain.Render(300));
         ASSERT_TRUE(chain.Cook(values, true));
         ASSERT_TRUE(chain.Render(50));
         ASSERT_TRUE(chain.Cook(values));

@@ -300,7 +300,7 @@ TEST_P(VandrelUnit, RefusesUnservableFormatsAndRendersWithoutInputNever)
 }
 
 // Scheduled events, by effect and by the frame k they take effect at: events at frame 0 act as
-// plain settings, one at frame k as two renders of k and n - k frames; under a ramp from k the
+// plain settings, one at frame k as two renders of k and n - k frames; under ramps from k the
 // engine takes the value at the start of each 32-frame step, then the end value. The next
 // render runs on the values the framework stored. Unknown parameters are refused.
 class VandrelScheduledRender : public ::testing::TestWithParam<std::tuple<float, UInt32>>
@@ -321,10 +321,13 @@ TEST_P(VandrelScheduledRender, EventsSplitTheRenderExactly)
     unit.RenderAppend(actual, 300);
 
     const AudioUnitParameterEvent events[] = {
-        ImmediateEvent(kWet, split, -20.0f), ImmediateEvent(kDepth, split, 90.0f),
-        ImmediateEvent(kRate, 0, 3.0f), ImmediateEvent(kCenter, 0, 1500.0f),
-        RampEvent(kDry, static_cast<SInt32>(split), 96, -30.0f, -12.0f)};
-    ASSERT_EQ(noErr, AudioUnitScheduleParameters(unit.unit(), events, 5));
+        ImmediateEvent(kWet, split, -20.0f),
+        ImmediateEvent(kDepth, split, 90.0f),
+        ImmediateEvent(kRate, 0, 3.0f),
+        ImmediateEvent(kCenter, 0, 1500.0f),
+        RampEvent(kDry, static_cast<SInt32>(split), 96, -30.0f, -12.0f),
+        RampEvent(kDry, static_cast<SInt32>(split + 96), 64, -12.0f, -24.0f)};
+    ASSERT_EQ(noErr, AudioUnitScheduleParameters(unit.unit(), events, 6));
     unit.RenderAppend(actual, 512);
     values[kRate] = 3.0f;
     values[kCenter] = 1500.0f;
@@ -333,16 +336,22 @@ TEST_P(VandrelScheduledRender, EventsSplitTheRenderExactly)
     }
     values[kWet] = -20.0f;
     values[kDepth] = 90.0f;
+    // Dry ramps from -30 to -12 over 96 frames, then on to -24 over 64.
     for (UInt32 frame = split; frame < 512;) {
         const UInt32 elapsed = frame - split;
-        values[kDry] =
-            elapsed >= 96 ? -12.0f : static_cast<float>(-30.0f + 18.0f * (elapsed / 96.0));
-        const UInt32 step = elapsed >= 96 ? 512 - frame : std::min(32u, 512 - frame);
+        if (elapsed < 96) {
+            values[kDry] = static_cast<float>(-30.0f + 18.0f * (elapsed / 96.0));
+        } else if (elapsed < 160) {
+            values[kDry] = static_cast<float>(-12.0f + -12.0f * ((elapsed - 96) / 64.0));
+        } else {
+            values[kDry] = -24.0f;
+        }
+        const UInt32 step = elapsed >= 160 ? 512 - frame : std::min(32u, 512 - frame);
         reference.Process(values, step, expected);
         frame += step;
     }
-    // The next render runs on the stored values.
-    values[kDry] = -30.0f;
+    // The next render runs on the stored values: the start of the last ramp begun.
+    values[kDry] = split + 96 < 512 ? -12.0f : -30.0f;
     reference.Process(values, 256, expected);
     unit.RenderAppend(actual, 256);
     ASSERT_TRUE(SameAudio(expected, actual));

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -93,6 +94,27 @@ SInt32 EventOffset(const AudioUnitParameterEvent& inEvent)
     SInt32 offset;
     std::memcpy(&offset, &inEvent.eventValues, sizeof(offset));
     return offset;
+}
+
+// True for a ramp that began and ended by frame inStart (0 or later): it
+// neither ends a slice from inStart on nor touches one.
+bool RampOverBy(const AudioUnitParameterEvent& inEvent, SInt32 inStart)
+{
+    const SInt32 offset = EventOffset(inEvent);
+    return inEvent.eventType == kParameterEvent_Ramped && offset <= inStart &&
+           static_cast<UInt32>(offset) + inEvent.eventValues.ramp.durationInFrames <=
+               static_cast<UInt32>(inStart);
+}
+
+// True for a ramp from frame 0 on whose end lies past 2^32 frames: taken
+// modulo 2^32, as the slicing takes it, that end can fall before the ramp's
+// start and end an earlier slice. No host sends one.
+bool RampEndWraps(const AudioUnitParameterEvent& inEvent)
+{
+    const SInt32 offset = EventOffset(inEvent);
+    return inEvent.eventType == kParameterEvent_Ramped && offset >= 0 &&
+           static_cast<std::uint64_t>(offset) + inEvent.eventValues.ramp.durationInFrames >
+               UINT32_MAX;
 }
 
 // Switches on flush-to-zero and denormals-are-zero for one render and gives
@@ -700,14 +722,30 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
     }
     SInt32 start = 0;
     SInt32 remaining = total;
+    // Events before `first` are ramps over by the start of the slice under
+    // way, so a ramp sent as many short pieces is not scanned again at every
+    // slice. An immediate event stops the prefix: it applies to every later
+    // slice.
+    auto first = ioParamList.begin();
+    const auto eventsEnd = ioParamList.end();
+    // Without a ramp whose end wraps, the first event at or after a slice's
+    // end ends the search for that end.
+    const bool wrappingRamp = std::any_of(first, eventsEnd, RampEndWraps);
     while (remaining > 0) {
+        while (first != eventsEnd && RampOverBy(*first, start)) {
+            ++first;
+        }
         // The slice ends at the first event offset after its start, or earlier
         // at the end of a ramp that lies before that offset.
         SInt32 end = total;
-        for (const AudioUnitParameterEvent& event : ioParamList) {
+        for (auto it = first; it != eventsEnd; ++it) {
+            const AudioUnitParameterEvent& event = *it;
             const SInt32 offset = EventOffset(event);
             if (start < offset && offset < end) {
                 end = offset;
+                break;
+            }
+            if (offset >= end && !wrappingRamp) {
                 break;
             }
             if (event.eventType == kParameterEvent_Ramped) {
@@ -723,7 +761,8 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
         // Applied in time order, so the latest event for a parameter wins. The
         // list is sorted by offset, and no event at or after the slice's end
         // touches it.
-        for (const AudioUnitParameterEvent& event : ioParamList) {
+        for (auto it = first; it != eventsEnd; ++it) {
+            const AudioUnitParameterEvent& event = *it;
             const SInt32 offset = EventOffset(event);
             if (offset >= end) {
                 break;

@@ -187,11 +187,6 @@ const ParameterMapEvent& AUElement::GetParameterEvent(AudioUnitParameterID inID)
     return *event;
 }
 
-AudioUnitParameterValue AUElement::GetParameter(AudioUnitParameterID inID) const
-{
-    return GetParameterEvent(inID).GetValue();
-}
-
 void AUElement::SetParameter(AudioUnitParameterID inID, AudioUnitParameterValue inValue,
                              bool inOkWhenInitialized)
 {

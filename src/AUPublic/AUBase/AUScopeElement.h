@@ -104,7 +104,14 @@ public:
 
     // Current value of parameter inID; throws kAudioUnitErr_InvalidParameter
     // (-10878) when the element does not store it. [any]
-    AudioUnitParameterValue GetParameter(AudioUnitParameterID inID) const;
+    AudioUnitParameterValue GetParameter(AudioUnitParameterID inID) const
+    {
+        // Dense storage, read at every render and every slice, is inline.
+        if (mUseIndexedParameters && inID < mIndexedParameters.size()) {
+            return mIndexedParameters[inID].GetValue();
+        }
+        return GetParameterEvent(inID).GetValue();
+    }
     // The whole stored record of inID (value and last scheduled event); throws
     // -10878 when missing. [any]
     const ParameterMapEvent& GetParameterEvent(AudioUnitParameterID inID) const;

@@ -263,6 +263,32 @@ TEST_F(SchedulingTest, RampThatBeganEarlierEndsItsSliceAndIsRebased)
     EXPECT_EQ(Slice(3).param1.GetSliceDurationFrames(), 50u);
 }
 
+TEST_F(SchedulingTest, RampsSentInPiecesCutSlicesAtEveryPieceEvenWhenAnEndWraps)
+{
+    // Pieces of 32 frames, then a ramp whose end wraps past 2^32 frames to
+    // frame 48, which cuts the second piece there although it starts later;
+    // an immediate event, whatever its value, is applied to every slice.
+    Schedule({ImmediateEvent(1, 0, 0.0f), RampEvent(0, 0, 32, 0.0f, 1.0f),
+              RampEvent(0, 32, 32, 1.0f, 2.0f), RampEvent(0, 64, 32, 2.0f, 3.0f),
+              RampEvent(1, 96, 0xFFFFFFD0u, 0.0f, 1.0f)});
+    ASSERT_EQ(Process(128), noErr);
+    EXPECT_EQ(Bounds(), (SliceBounds{{0, 32}, {32, 48}, {48, 64}, {64, 96}, {96, 128}}));
+    EXPECT_EQ(Slice(2).param0.GetStartValue(), 1.0f);
+    EXPECT_EQ(Slice(2).param0.GetBufferOffset(), -16);
+    EXPECT_EQ(Slice(3).param0.GetStartValue(), 2.0f);
+    EXPECT_EQ(Slice(3).param1.GetSliceDurationFrames(), 32u);
+    EXPECT_EQ(Slice(4).param0.GetStartValue(), 2.0f); // over, not applied again
+    EXPECT_EQ(Slice(4).param1.GetBufferOffset(), 0);
+
+    // A ramp that has not begun still cuts the render at its start, though its
+    // wrapped end (16) lies behind.
+    Unit().PendingEvents().clear();
+    Unit().mSlices.clear();
+    Schedule({RampEvent(0, 0, 32, 0.0f, 1.0f), RampEvent(1, 96, 0xFFFFFFB0u, 0.0f, 1.0f)});
+    ASSERT_EQ(Process(128), noErr);
+    EXPECT_EQ(Bounds(), (SliceBounds{{0, 16}, {16, 32}, {32, 96}, {96, 128}}));
+}
+
 TEST_F(SchedulingTest, NoFramesMeansNoSlicesAndAFailingSliceStopsTheRender)
 {
     Schedule({ImmediateEvent(0, 10, 1.0f), ImmediateEvent(0, 20, 2.0f)});
