@@ -7,8 +7,9 @@
 # falls on both alike:
 #   1. vandrel against sox's own flanger and phaser, and against the LADSPA
 #      flangers and phasers that Debian packages ship (tap-plugins,
-#      swh-plugins, caps), run through sox's ladspa effect; "x faster" is the
-#      peer's processor time over vandrel's;
+#      swh-plugins, caps), run through sox's ladspa effect, on a 16-bit file,
+#      then sox's flanger and phaser again on the same sound as 32-bit
+#      floats; "x faster" is the peer's processor time over vandrel's;
 #   2. vandrel with a parameter ramped over the whole file (-r) against the
 #      same preset without automation; "x fixed" is the ratio.
 # The LV2 peers are compared plugin-only by bench/compare-lv2.sh.
@@ -31,6 +32,9 @@ trap 'rm -rf "$work"' EXIT
 input=$work/input.wav
 # Chords of sawtooth waves over pink noise: 60 s, stereo, 44.1 kHz, 16-bit.
 sox -q -n -r 44100 -c 2 -b 16 "$input" synth 60 sawtooth 110 sawtooth 165 pinknoise vol 0.3
+# The same sound as 32-bit floats, for the rows that read a float file.
+float_input=$work/input-float.wav
+sox -q "$input" -e floating-point -b 32 "$float_input"
 
 median() { sort -n | awk '{ t[NR] = $1 } END { printf "%.3f", (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2 }'; }
 
@@ -109,6 +113,11 @@ compare phaser "Phaser 1" "phaser 0.8 0.74 3 0.4 0.5 -t" \
   "ladspa -r phasers_1217 lfoPhaser" "ladspa -r caps PhaserII"
 compare phaser "Phaser 2" "phaser 0.8 0.74 3 0.4 0.5 -t"
 compare wah-wah "Wah-Wah 1" "phaser 0.8 0.74 3 0.4 1 -s"
+echo "--- sox's own flanger and phaser on the 32-bit float file: reading it costs both more"
+input=$float_input
+compare flanger "Flange - 1 Hz" "flanger"
+compare phaser "Phaser 1" "phaser 0.8 0.74 3 0.4 0.5 -t"
+input=$work/input.wav
 
 echo
 print_row effect "vandrel preset and ramp" "wall ramp" "wall" "cpu ramp" "cpu" "x fixed"
@@ -123,5 +132,5 @@ ramp flanger "Flange - 1 Hz" "Modulation rate:0.2:6:0:60s"
 ramp phaser "Phaser 2" "Modulation rate:0.2:6:0:60s"
 ramp phaser "Phaser 2" "Center frequency:300:3000:0:60s"
 ramp wah-wah "Wah-Wah 1" "Center frequency:300:3000:0:60s"
-echo "($runs runs each, medians in seconds; input 60 s stereo 44.1 kHz; \"us\" is vandrel;"
+echo "($runs runs each, medians in seconds; input 60 s stereo 44.1 kHz, 16-bit unless said; \"us\" is vandrel;"
 echo " x faster = peer cpu / vandrel cpu; x fixed = cpu with the ramp / cpu without)"
