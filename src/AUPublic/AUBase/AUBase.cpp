@@ -769,10 +769,11 @@ OSStatus AUBase::ProcessForScheduledParams(ParameterEventList& ioParamList,
             }
             bool inSlice;
             if (event.eventType == kParameterEvent_Ramped) {
-                // The ramp's end is compared unsigned, its start signed.
+                // The ramp starts before the slice's end (signed, above); its
+                // end is compared unsigned.
                 const UInt32 rampEnd =
                     static_cast<UInt32>(offset) + event.eventValues.ramp.durationInFrames;
-                inSlice = offset < end && rampEnd > static_cast<UInt32>(start);
+                inSlice = rampEnd > static_cast<UInt32>(start);
             } else {
                 inSlice = static_cast<UInt32>(offset) <= static_cast<UInt32>(start);
             }
