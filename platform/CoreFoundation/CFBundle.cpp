@@ -96,6 +96,50 @@ std::string canonicalPath(const std::string& path)
     return realpath(path.c_str(), resolved) != nullptr ? std::string(resolved) : std::string();
 }
 
+// The canonical path of a loaded file, with the folders already resolved
+// (canonical form by folder) reused: most libraries share a few folders, and
+// resolving a whole path costs a system call per component. A link to a name
+// in its own folder (a library's version link) is followed here; a regular
+// file keeps its name in its folder's canonical form; anything else is
+// resolved whole.
+std::string canonicalObjectPath(const std::string& path,
+                                std::map<std::string, std::string>& folders)
+{
+    constexpr int kMaxLinks = 40;
+    std::string current = path;
+    for (int links = 0; links <= kMaxLinks; ++links) {
+        const size_t slash = current.rfind('/');
+        struct stat info
+        {
+        };
+        if (slash == std::string::npos || lstat(current.c_str(), &info) != 0) {
+            break;
+        }
+        if (S_ISLNK(info.st_mode)) {
+            char target[PATH_MAX];
+            const ssize_t length = readlink(current.c_str(), target, sizeof target);
+            if (length <= 0 || length >= static_cast<ssize_t>(sizeof target) ||
+                std::memchr(target, '/', static_cast<size_t>(length)) != nullptr) {
+                break;
+            }
+            current.replace(slash + 1, std::string::npos, target, static_cast<size_t>(length));
+            continue;
+        }
+        if (!S_ISREG(info.st_mode)) {
+            break;
+        }
+        auto folder = folders.try_emplace(current.substr(0, slash)).first;
+        if (folder->second.empty()) {
+            folder->second = canonicalPath(slash == 0 ? "/" : folder->first);
+            if (folder->second.empty()) {
+                return std::string();
+            }
+        }
+        return (folder->second == "/" ? std::string() : folder->second) + current.substr(slash);
+    }
+    return canonicalPath(current);
+}
+
 // Owned Info.plist dictionary, empty when the file is missing or invalid.
 CFDictionaryRef readInfo(const std::string& bundlePath)
 {
@@ -160,13 +204,14 @@ void examineLoadedObjectsLocked(BundleRegistry& reg)
     if (length > 0) {
         names.emplace_back(self, static_cast<size_t>(length));
     }
+    std::map<std::string, std::string> canonicalFolders;
     for (const std::string& name : names) {
         if (!reg.mExaminedObjects.insert(name).second) {
             continue;
         }
         std::string folder = bundleFolderOf(name);
         if (folder.empty()) {
-            folder = bundleFolderOf(canonicalPath(name));
+            folder = bundleFolderOf(canonicalObjectPath(name, canonicalFolders));
         }
         folder = folder.empty() ? folder : canonicalPath(folder);
         if (folder.empty() || !isDirectory(folder + "/Contents")) {

@@ -186,6 +186,53 @@ TEST_F(CFBundleTest, LocalizedStringsAndResourcesFollowTheLocaleWithEnglishFallb
     EXPECT_EQ(resources + "Views/Panel.bundle", TakePath(panel));
 }
 
+// Hosts often load a plug-in through links: a folder linked to the bundle's
+// binary folder, a version link beside the binary, or a link from elsewhere.
+TEST_F(CFBundleTest, FindsTheBundleOfABinaryLoadedThroughLinks)
+{
+    namespace fs = std::filesystem;
+    const std::string suffix = "." + std::to_string(getpid());
+    // Each way needs its own copy: the loader hands out one handle per file.
+    const struct
+    {
+        const char* name;
+        std::string linkTo;   // what the link created below points to
+        std::string loadPath; // what the host passes to dlopen
+    } ways[] = {
+        {"Folder", "Folder.component/Contents/Linux", mRoot + "/folder-link/Folder"},
+        {"Version", "Version.component/Contents/Linux", mRoot + "/version-link/Version.so.1"},
+        {"Absolute", mRoot + "/Absolute.component/Contents/Linux/Absolute",
+         mRoot + "/libAbsolute.so"},
+    };
+    std::vector<void*> handles;
+    for (const auto& way : ways) {
+        const std::string bundle = mRoot + "/" + way.name + ".component";
+        const std::string identifier = std::string("com.example.link.") + way.name + suffix;
+        WriteFile(bundle + "/Contents/Info.plist", InfoPlist(identifier));
+        fs::create_directories(bundle + "/Contents/Linux");
+        ASSERT_TRUE(fs::copy_file(CF_TEST_PLUGIN_PATH, bundle + "/Contents/Linux/" + way.name));
+        const std::string link = way.loadPath.substr(0, way.loadPath.rfind('/'));
+        if (way.linkTo.front() == '/') {
+            fs::create_symlink(way.linkTo, way.loadPath);
+        } else {
+            fs::create_directory_symlink(mRoot + "/" + way.linkTo, link);
+        }
+        if (std::string(way.name) == "Version") {
+            fs::create_symlink(way.name, bundle + "/Contents/Linux/Version.so.1");
+        }
+        void* handle = dlopen(way.loadPath.c_str(), RTLD_NOW);
+        ASSERT_NE(nullptr, handle) << dlerror();
+        handles.push_back(handle);
+        CFStringRef key = NewCFString(identifier);
+        CFBundleRef found = CFBundleGetBundleWithIdentifier(key);
+        EXPECT_EQ(bundle, TakePath(CFBundleCopyBundleURL(found))) << way.name;
+        CFRelease(key);
+    }
+    for (void* handle : handles) {
+        dlclose(handle);
+    }
+}
+
 TEST_F(CFBundleTest, FindsTheBundleOfADlopenedBinary)
 {
     const std::string bundle = mRoot + "/Loaded.component";
