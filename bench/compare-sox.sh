@@ -36,7 +36,9 @@ sox -q -n -r 44100 -c 2 -b 16 "$input" synth 60 sawtooth 110 sawtooth 165 pinkno
 float_input=$work/input-float.wav
 sox -q "$input" -e floating-point -b 32 "$float_input"
 
-median() { sort -n | awk '{ t[NR] = $1 } END { printf "%.3f", (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2 }'; }
+# The median of numbers read one per line, to a tenth of a millisecond: the
+# ratios below come from these, and whole milliseconds would skew them.
+median() { sort -n | awk '{ t[NR] = $1 } END { printf "%.4f", (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2 }'; }
 
 # Times one run of a command; prints "wall cpu" in seconds. The output is
 # removed first, so every run writes a new file.
