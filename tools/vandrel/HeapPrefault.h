@@ -13,6 +13,6 @@
 // mappings of their own, and freed memory stays instead of going back to the
 // kernel. Returns whether the pages were populated; false (nothing else
 // changed but those two settings) where the kernel cannot (before 5.14) or
-// the allocator is not the C library's. Call at start-up, before any other
-// thread runs. [control]
+// the allocator is not the C library's. Call before allocating the buffers
+// it is meant for, while no other thread runs. [control]
 bool prefaultHeap(std::size_t bytes);
