@@ -12,16 +12,16 @@
 #include "CFStringsTable.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <link.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
@@ -80,14 +80,42 @@ bool isDirectory(const std::string& path)
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// The whole file, read with plain system calls: a C++ file stream would
+// build the process's first locale, which costs more than the read itself.
 bool readFile(const std::string& path, std::vector<UInt8>& bytes)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    struct Descriptor
+    {
+        const int fd;
+        ~Descriptor()
+        {
+            if (fd >= 0) {
+                close(fd);
+            }
+        }
+    } file{open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    struct stat info;
+    if (file.fd < 0 || fstat(file.fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         return false;
     }
-    bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !file.bad();
+    // The size is a hint: reading goes on to the end, should the file grow.
+    bytes.resize(static_cast<size_t>(info.st_size) + 1);
+    size_t used = 0;
+    for (;;) {
+        if (used == bytes.size()) {
+            bytes.resize(bytes.size() * 2);
+        }
+        const ssize_t got = read(file.fd, bytes.data() + used, bytes.size() - used);
+        if (got == 0) {
+            break;
+        }
+        if (got < 0 && errno != EINTR) {
+            return false;
+        }
+        used += got > 0 ? static_cast<size_t>(got) : 0;
+    }
+    bytes.resize(used);
+    return true;
 }
 
 std::string canonicalPath(const std::string& path)
