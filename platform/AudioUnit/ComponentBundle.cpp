@@ -55,6 +55,9 @@ ComponentBundle::~ComponentBundle()
             CFRelease(entry.mName);
         }
     }
+    if (mBundle != nullptr) {
+        CFRelease(mBundle);
+    }
 }
 
 OSStatus ComponentBundle::Load(const std::string& path)
@@ -100,7 +103,11 @@ OSStatus ComponentBundle::Load(const std::string& path)
             }
         }
     }
-    CFRelease(bundle);
+    if (status == noErr) {
+        mBundle = bundle;
+    } else {
+        CFRelease(bundle);
+    }
     return status;
 }
 

@@ -48,11 +48,14 @@ public:
     OSStatus Load(const std::string& path);
 
     const std::vector<Entry>& Entries() const { return mEntries; }
+    /* The bundle object after a successful Load, owned by this object. */
+    CFBundleRef Bundle() const { return mBundle; }
 
 private:
     void ReadEntries(CFArrayRef components, void* binary);
 
     std::vector<Entry> mEntries;
+    CFBundleRef mBundle = nullptr;
 };
 
 #endif /* AUDIOUNIT_COMPONENTBUNDLE_H */

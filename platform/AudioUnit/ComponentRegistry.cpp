@@ -175,6 +175,8 @@ OSStatus ComponentRegistry::LoadBundle(const std::string& path)
         return status;
     }
     mLoadedBundles.insert(canonical);
+    mBundles.push_back(bundle.Bundle());
+    CFRetain(bundle.Bundle());
     for (const ComponentBundle::Entry& entry : bundle.Entries()) {
         if (Add(entry.mDescription, entry.mName, entry.mVersion, entry.mFactory, entry.mEntry) ==
             nullptr) {

@@ -101,6 +101,10 @@ private:
     std::once_flag mScanOnce;
     std::mutex mBundleMutex;
     std::set<std::string> mLoadedBundles;
+    /* The loaded bundles, retained as long as their binaries stay loaded
+       (for the life of the process), so that a plug-in's lookup of its own
+       bundle by identifier finds it without examining every loaded library. */
+    std::vector<CFBundleRef> mBundles;
 };
 
 #endif /* AUDIOUNIT_COMPONENTREGISTRY_H */
