@@ -106,13 +106,16 @@ bool readFile(const std::string& path, std::vector<UInt8>& bytes)
             bytes.resize(bytes.size() * 2);
         }
         const ssize_t got = read(file.fd, bytes.data() + used, bytes.size() - used);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
         if (got == 0) {
             break;
         }
-        if (got < 0 && errno != EINTR) {
-            return false;
-        }
-        used += got > 0 ? static_cast<size_t>(got) : 0;
+        used += static_cast<size_t>(got);
     }
     bytes.resize(used);
     return true;
