@@ -6,6 +6,7 @@
 #include <emmintrin.h>
 #include <cstring>
 #include <sndfile.h>
+#include <unistd.h>
 
 AudioFileReader::AudioFileReader(const std::string& path) : mPath(path)
 {
@@ -14,11 +15,17 @@ AudioFileReader::AudioFileReader(const std::string& path) : mPath(path)
         throw ToolError(ExitStatus::kInputUnreadable,
                         "Cannot read '" + path + "': " + std::strerror(errno) + ".");
     mStream = std::make_unique<SoundFileStream>(file);
+    // Audio files are read with seeks to their chunks.
+    if (lseek(fileno(file), 0, SEEK_CUR) < 0)
+        throw ToolError(ExitStatus::kInputUnreadable,
+                        "Cannot read '" + path +
+                            "': it is a pipe or terminal; audio is read from files.");
     SF_INFO info{};
     mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_READ, &info, mStream.get());
     if (mFile == nullptr)
         throw ToolError(ExitStatus::kInputUnreadable,
-                        "Cannot read '" + path + "': " + sf_strerror(nullptr) + ".");
+                        "Cannot read '" + path + "': " + mStream->failure(sf_strerror(nullptr)) +
+                            ".");
     if (info.channels < 1 || info.samplerate < 1) {
         sf_close(mFile);
         throw ToolError(ExitStatus::kInputUnreadable,
@@ -45,7 +52,8 @@ unsigned AudioFileReader::read(float* const* out, unsigned frames)
         const sf_count_t got = sf_readf_short(mFile, mShorts.data(), frames);
         if (got < 0 || sf_error(mFile) != SF_ERR_NO_ERROR)
             throw ToolError(ExitStatus::kInputUnreadable,
-                            "Reading '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+                            "Reading '" + mPath +
+                                "' failed: " + mStream->failure(sf_strerror(mFile)) + ".");
         const size_t count = static_cast<size_t>(got);
         const short* in = mShorts.data();
         float* const left = out[0];
@@ -73,7 +81,8 @@ unsigned AudioFileReader::read(float* const* out, unsigned frames)
     const sf_count_t got = sf_readf_float(mFile, mInterleaved.data(), frames);
     if (got < 0 || sf_error(mFile) != SF_ERR_NO_ERROR)
         throw ToolError(ExitStatus::kInputUnreadable,
-                        "Reading '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+                        "Reading '" + mPath + "' failed: " + mStream->failure(sf_strerror(mFile)) +
+                            ".");
     const size_t count = static_cast<size_t>(got);
     if (mChannels == 2) {
         // Stereo, four frames at a time: the even samples are the left channel.

@@ -111,7 +111,7 @@ int AudioFileWriter::requireFormat(const std::string& path, unsigned channels, d
 }
 
 AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, double sampleRate)
-    : mPath(path), mChannels(channels), mTemporary(path)
+    : mPath(path), mChannels(channels), mTemporary(path, true)
 {
     SF_INFO info{};
     info.channels = static_cast<int>(channels);
@@ -129,7 +129,8 @@ AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, dou
     mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_WRITE, &info, mStream.get());
     if (mFile == nullptr)
         throw ToolError(ExitStatus::kOutputUnwritable,
-                        "Cannot write '" + path + "': " + sf_strerror(nullptr) + ".");
+                        "Cannot write '" + path + "': " + mStream->failure(sf_strerror(nullptr)) +
+                            ".");
     // Integer formats clip at full scale instead of wrapping around.
     sf_command(mFile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
     // No peak chunk in float files: keeping it scans every sample written,
@@ -179,7 +180,8 @@ bool AudioFileWriter::write(const float* const* in, unsigned frames)
     }
     if (sf_writef_float(mFile, mInterleaved.data(), frames) != static_cast<sf_count_t>(frames))
         throw ToolError(ExitStatus::kOutputUnwritable,
-                        "Writing '" + mPath + "' failed: " + sf_strerror(mFile) + ".");
+                        "Writing '" + mPath + "' failed: " + mStream->failure(sf_strerror(mFile)) +
+                            ".");
     return finite;
 }
 
@@ -190,7 +192,8 @@ void AudioFileWriter::commit()
     const int error = sf_close(file);
     if (error != SF_ERR_NO_ERROR)
         throw ToolError(ExitStatus::kOutputUnwritable,
-                        "Finishing '" + mPath + "' failed: " + sf_error_number(error) + ".");
+                        "Finishing '" + mPath +
+                            "' failed: " + mStream->failure(sf_error_number(error)) + ".");
     if (!mStream->close())
         throw ToolError(ExitStatus::kOutputUnwritable,
                         "Writing '" + mPath + "' failed: " + std::strerror(errno) + ".");

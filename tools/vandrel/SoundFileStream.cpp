@@ -1,5 +1,7 @@
 #include "SoundFileStream.h"
 
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
 
 SoundFileStream::SoundFileStream(std::FILE* file) : mFile(file), mBuffer(new char[kBufferBytes])
@@ -17,7 +19,11 @@ bool SoundFileStream::close()
 {
     std::FILE* file = mFile;
     mFile = nullptr;
-    return std::fclose(file) == 0;
+    if (std::fclose(file) != 0)
+        return false;
+    // libsndfile does not check every write it makes.
+    errno = mError;
+    return mError == 0;
 }
 
 SF_VIRTUAL_IO* SoundFileStream::callbacks()
@@ -30,9 +36,11 @@ SF_VIRTUAL_IO* SoundFileStream::callbacks()
 
 sf_count_t SoundFileStream::length(void* user)
 {
-    std::FILE* file = static_cast<SoundFileStream*>(user)->mFile;
+    auto& self = *static_cast<SoundFileStream*>(user);
+    std::FILE* file = self.mFile;
     // Data still in the buffer belongs to the length too.
-    std::fflush(file);
+    if (std::fflush(file) != 0)
+        self.noteError();
     struct stat info
     {
     };
@@ -41,22 +49,48 @@ sf_count_t SoundFileStream::length(void* user)
 
 sf_count_t SoundFileStream::seek(sf_count_t offset, int whence, void* user)
 {
-    std::FILE* file = static_cast<SoundFileStream*>(user)->mFile;
-    if (fseeko(file, static_cast<off_t>(offset), whence) != 0)
+    auto& self = *static_cast<SoundFileStream*>(user);
+    std::FILE* file = self.mFile;
+    // A seek first writes out what is buffered, which can fail.
+    if (fseeko(file, static_cast<off_t>(offset), whence) != 0) {
+        self.noteError();
         return -1;
+    }
     return static_cast<sf_count_t>(ftello(file));
 }
 
 sf_count_t SoundFileStream::read(void* data, sf_count_t bytes, void* user)
 {
-    return static_cast<sf_count_t>(std::fread(data, 1, static_cast<size_t>(bytes),
-                                              static_cast<SoundFileStream*>(user)->mFile));
+    auto& self = *static_cast<SoundFileStream*>(user);
+    const size_t got = std::fread(data, 1, static_cast<size_t>(bytes), self.mFile);
+    if (got < static_cast<size_t>(bytes) && std::ferror(self.mFile))
+        self.noteError();
+    return static_cast<sf_count_t>(got);
 }
 
 sf_count_t SoundFileStream::write(const void* data, sf_count_t bytes, void* user)
 {
-    return static_cast<sf_count_t>(std::fwrite(data, 1, static_cast<size_t>(bytes),
-                                               static_cast<SoundFileStream*>(user)->mFile));
+    auto& self = *static_cast<SoundFileStream*>(user);
+    const size_t put = std::fwrite(data, 1, static_cast<size_t>(bytes), self.mFile);
+    if (put < static_cast<size_t>(bytes))
+        self.noteError();
+    return static_cast<sf_count_t>(put);
+}
+
+void SoundFileStream::noteError()
+{
+    if (mError == 0)
+        mError = errno != 0 ? errno : EIO;
+}
+
+std::string SoundFileStream::failure(const char* libraryMessage) const
+{
+    if (mError != 0)
+        return std::strerror(mError);
+    std::string message = libraryMessage;
+    while (!message.empty() && (message.back() == '.' || message.back() == ' '))
+        message.pop_back();
+    return message;
 }
 
 sf_count_t SoundFileStream::tell(void* user)

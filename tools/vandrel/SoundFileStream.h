@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 class SoundFileStream
 {
@@ -25,9 +26,14 @@ public:
     // The callbacks for sf_open_virtual; pass this object as its user data. [any]
     static SF_VIRTUAL_IO* callbacks();
 
-    // Flushes and closes the file; false (errno set) when buffered data could
-    // not be written. [control]
+    // Flushes and closes the file; false (errno set) when buffered data or
+    // any earlier write could not be written. [control]
     bool close();
+
+    // Why a libsndfile call on this stream failed: the system's reason when a
+    // read or write did, else libsndfile's message (as sf_strerror or
+    // sf_error_number gives it) without its closing period. [control]
+    std::string failure(const char* libraryMessage) const;
 
 private:
     static sf_count_t length(void* user);
@@ -35,7 +41,10 @@ private:
     static sf_count_t read(void* data, sf_count_t bytes, void* user);
     static sf_count_t write(const void* data, sf_count_t bytes, void* user);
     static sf_count_t tell(void* user);
+    // Keeps errno as the reason of the first failure.
+    void noteError();
 
     std::FILE* mFile;
     std::unique_ptr<char[]> mBuffer; // left uninitialized: stdio fills it
+    int mError = 0;                  // errno of the first failed read or write
 };

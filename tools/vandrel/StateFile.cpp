@@ -41,7 +41,7 @@ void StateFile::save(const std::string& path, CFPropertyListRef state)
     if (!data)
         throw ToolError(ExitStatus::kOutputUnwritable,
                         "Cannot write '" + path + "': the plug-in's state is not a property list.");
-    TemporaryFile file(path);
+    TemporaryFile file(path, false);
     const UInt8* bytes = CFDataGetBytePtr(data.get());
     size_t left = static_cast<size_t>(CFDataGetLength(data.get()));
     while (left > 0) {

@@ -4,7 +4,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -19,17 +22,28 @@ std::string folderOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// The temporary name adds 16 bytes to the destination's; a name near the
+// file system's limit keeps only its start.
 std::string baseNameOf(const std::string& path)
 {
     const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    return base.substr(0, 200);
+}
+
+[[noreturn]] void fail(const std::string& destination, const std::string& reason)
+{
+    throw ToolError(ExitStatus::kOutputUnwritable,
+                    "Cannot write '" + destination + "': " + reason + ".");
 }
 
 [[noreturn]] void fail(const std::string& destination, int error)
 {
-    throw ToolError(ExitStatus::kOutputUnwritable,
-                    "Cannot write '" + destination + "': " + std::strerror(error) + ".");
+    fail(destination, std::strerror(error));
 }
+
+const char* const kNotSeekable =
+    "audio files are written with seeks, and it is a pipe or terminal; name a file instead";
 
 // The mode a file created with open(..., 0666) would get under the current
 // umask; mkstemp creates its files private.
@@ -42,20 +56,53 @@ mode_t newFileMode()
 
 } // namespace
 
-TemporaryFile::TemporaryFile(const std::string& destination) : mDestination(destination)
+TemporaryFile::TemporaryFile(const std::string& destination, bool seekable)
+    : mDestination(destination), mTarget(destination)
 {
     if (destination.empty() || destination.back() == '/')
         fail(destination, EISDIR);
     struct stat existing
     {
     };
-    if (stat(destination.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode))
-        fail(destination, EISDIR);
-    std::string pattern =
-        folderOf(destination) + "/." + baseNameOf(destination) + ".partial-XXXXXX";
+    const int found = stat(destination.c_str(), &existing) == 0 ? 0 : errno;
+    if (found == 0) {
+        if (S_ISDIR(existing.st_mode))
+            fail(destination, EISDIR);
+        if (!S_ISREG(existing.st_mode)) {
+            // A device or a stream: written in place. A pipe is refused
+            // before opening, which would wait for a reader.
+            if (seekable && (S_ISFIFO(existing.st_mode) || S_ISSOCK(existing.st_mode)))
+                fail(destination, kNotSeekable);
+            mDescriptor = open(destination.c_str(), (seekable ? O_RDWR : O_WRONLY) | O_CLOEXEC);
+            if (mDescriptor < 0)
+                fail(destination, errno);
+            if (seekable && lseek(mDescriptor, 0, SEEK_CUR) < 0) {
+                close(mDescriptor);
+                fail(destination, kNotSeekable);
+            }
+            return;
+        }
+        mMode = static_cast<int>(existing.st_mode & 0777);
+        // Through a link, the file it points to is replaced and the link kept.
+        struct stat entry
+        {
+        };
+        if (lstat(destination.c_str(), &entry) == 0 && S_ISLNK(entry.st_mode)) {
+            const std::unique_ptr<char, decltype(&std::free)> resolved(
+                realpath(destination.c_str(), nullptr), &std::free);
+            if (!resolved)
+                fail(destination, errno);
+            mTarget = resolved.get();
+        }
+    } else if (found != ENOENT) {
+        fail(destination, found);
+    } else if (lstat(destination.c_str(), &existing) == 0) {
+        fail(destination, "it is a symbolic link to a missing file");
+    }
+    std::string pattern = folderOf(mTarget) + "/." + baseNameOf(mTarget) + ".partial-XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
-    mDescriptor = mkstemp(buffer.data());
+    mDescriptor = mkostemp(buffer.data(), O_CLOEXEC);
     if (mDescriptor < 0)
         fail(destination, errno);
     mTemporaryPath = buffer.data();
@@ -65,19 +112,20 @@ TemporaryFile::~TemporaryFile()
 {
     if (mDescriptor >= 0)
         close(mDescriptor);
-    if (!mCommitted)
+    if (!mCommitted && !mTemporaryPath.empty())
         unlink(mTemporaryPath.c_str());
 }
 
 void TemporaryFile::commit()
 {
-    if (fchmod(mDescriptor, newFileMode()) != 0)
+    const mode_t mode = mMode >= 0 ? static_cast<mode_t>(mMode) : newFileMode();
+    if (!mTemporaryPath.empty() && fchmod(mDescriptor, mode) != 0)
         fail(mDestination, errno);
     const int descriptor = mDescriptor;
     mDescriptor = -1;
     if (close(descriptor) != 0)
         fail(mDestination, errno);
-    if (std::rename(mTemporaryPath.c_str(), mDestination.c_str()) != 0)
+    if (!mTemporaryPath.empty() && std::rename(mTemporaryPath.c_str(), mTarget.c_str()) != 0)
         fail(mDestination, errno);
     mCommitted = true;
 }

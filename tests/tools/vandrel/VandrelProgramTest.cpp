@@ -16,6 +16,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -157,6 +158,7 @@ protected:
         EXPECT_EQ(result.status, status) << result.err;
         EXPECT_NE(result.err.find(mentioned), std::string::npos) << "message: " << result.err;
         EXPECT_EQ(result.err.rfind("vandrel: ", 0), 0u) << result.err;
+        EXPECT_EQ(result.err.find(".."), std::string::npos) << "one closing period: " << result.err;
         EXPECT_TRUE(result.out.empty()) << result.out;
         EXPECT_EQ(entries(), before) << "files left behind by: " << result.err;
     }
@@ -442,6 +444,50 @@ TEST_F(VandrelProgramTest, MistakesGiveAClearMessageAStatusAndNoOutputFile)
     std::ofstream(out) << "precious";
     expectFailure({in, "-o", out, "-r", "nothing:0:1:0:1"}, 2, "Unknown parameter 'nothing'");
     EXPECT_EQ(readText(out), "precious");
+}
+
+// Links stay links, devices stay devices, and what cannot take an audio file is refused
+// before anything is written.
+TEST_F(VandrelProgramTest, OutputsThroughLinksDevicesAndPipes)
+{
+    writeInput("in.wav", 2, 8000, 3000);
+    const std::string in = path("in.wav");
+    std::ofstream(path("real.wav")) << "old";
+    chmod(path("real.wav").c_str(), 0640);
+    ASSERT_EQ(symlink("real.wav", path("link.wav").c_str()), 0);
+    ASSERT_EQ(run({in, "-o", path("link.wav"), "--bypass"}).status, 0);
+    struct stat status
+    {
+    };
+    ASSERT_EQ(lstat(path("link.wav").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode)) << "the link was replaced";
+    ASSERT_EQ(stat(path("real.wav").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0640u) << "the replaced file's permissions are kept";
+    EXPECT_EQ(readAudio("real.wav").channels, readAudio("in.wav").channels);
+
+    ASSERT_EQ(run({in, "-o", "/dev/null"}).status, 0);
+    ASSERT_EQ(stat("/dev/null", &status), 0);
+    EXPECT_TRUE(S_ISCHR(status.st_mode));
+    ASSERT_EQ(symlink("gone.wav", path("dangling.wav").c_str()), 0);
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    expectFailure({in, "-o", path("dangling.wav")}, 4, "symbolic link to a missing file");
+    expectFailure({in, "-o", path("fifo")}, 4, "pipe or terminal");
+    // Both the writes of the samples and the header's last update hit the full device.
+    expectFailure({in, "-o", "/dev/full"}, 4, "No space left on device");
+    expectFailure({"-p", "1", "-S", "/dev/full"}, 4, "No space left on device");
+    writeInput("long.wav", 2, 8000, 40000);
+    expectFailure({path("long.wav"), "-o", "/dev/full"}, 4, "No space left on device");
+
+    // A pipe as input is refused with a reason of its own.
+    const std::string piped = "cat " + quoted(in) + " | " + quoted(VANDREL_PROGRAM) +
+                              " /dev/stdin -o " + quoted(path("piped.wav")) + " 2>&1";
+    std::FILE* output = popen(piped.c_str(), "r");
+    ASSERT_NE(output, nullptr);
+    char message[512] = {};
+    const size_t length = std::fread(message, 1, sizeof message - 1, output);
+    EXPECT_EQ(WEXITSTATUS(pclose(output)), 3);
+    EXPECT_NE(std::string(message, length).find("it is a pipe or terminal"), std::string::npos)
+        << message;
 }
 
 TEST_F(VandrelProgramTest, InterruptedRunLeavesNoPartialFile)
