@@ -5,25 +5,41 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
 #include <unistd.h>
 #include <vector>
 
 CFRef<CFPropertyListRef> StateFile::load(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
+                                                                  &std::fclose);
     if (!file)
         throw ToolError(ExitStatus::kInputUnreadable,
                         "Cannot read the state file '" + path + "': " + std::strerror(errno) + ".");
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(file)),
-                                  std::istreambuf_iterator<char>());
-    if (file.bad())
+    // Read up to one byte past the limit, so that an endless or huge file
+    // (a device, a wrong name) is refused instead of filling the memory.
+    std::vector<char> bytes;
+    size_t used = 0;
+    while (used <= kMaxBytes) {
+        bytes.resize(std::min(kMaxBytes + 1, std::max<size_t>(used * 2, 1 << 16)));
+        const size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file.get());
+        used += got;
+        if (got == 0)
+            break;
+    }
+    if (std::ferror(file.get()))
+        throw ToolError(ExitStatus::kInputUnreadable, "Reading the state file '" + path +
+                                                          "' failed: " + std::strerror(errno) +
+                                                          ".");
+    if (used > kMaxBytes)
         throw ToolError(ExitStatus::kInputUnreadable,
-                        "Reading the state file '" + path + "' failed.");
+                        "'" + path + "' is too large for a saved plug-in state (over " +
+                            std::to_string(kMaxBytes >> 20) + " MiB).");
     CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
                                        reinterpret_cast<const UInt8*>(bytes.data()),
-                                       static_cast<CFIndex>(bytes.size())));
+                                       static_cast<CFIndex>(used)));
     CFRef<CFPropertyListRef> state(CFPropertyListCreateWithData(
         kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
     if (!state || CFGetTypeID(state.get()) != CFDictionaryGetTypeID())

@@ -4,14 +4,18 @@
 
 #include "CFRef.h"
 
+#include <cstddef>
 #include <string>
 
 class StateFile
 {
 public:
+    // The largest state file read; saved states take a few kilobytes.
+    static constexpr size_t kMaxBytes = size_t{16} << 20;
+
     // Reads a state file (XML or binary property list holding a dictionary).
-    // Throws ToolError(kInputUnreadable) when the file is missing, unreadable
-    // or not such a property list. [control]
+    // Throws ToolError(kInputUnreadable) when the file is missing, unreadable,
+    // larger than kMaxBytes or not such a property list. [control]
     static CFRef<CFPropertyListRef> load(const std::string& path);
 
     // Writes the state as an XML property list, replacing the file only when

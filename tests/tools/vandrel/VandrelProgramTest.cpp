@@ -423,6 +423,7 @@ TEST_F(VandrelProgramTest, MistakesGiveAClearMessageAStatusAndNoOutputFile)
         {{in, "-o", out, "-l", path("notes.txt")}, 3, "not a saved plug-in state"},
         {{in, "-o", out, "-l", path("none.aupreset")}, 3, "none.aupreset"},
         {{in, "-o", out, "-l", path("other.aupreset")}, 3, "refused the state"},
+        {{"-l", "/dev/zero", "-L"}, 3, "too large for a saved plug-in state"},
         {{in, "-o", path("no/folder/out.wav")}, 4, "no/folder/out.wav"},
         {{in, "-o", mFolder}, 4, mFolder},
         {{"-p", "1", "-S", path("no/folder/x.aupreset")}, 4, "no/folder/x.aupreset"},
