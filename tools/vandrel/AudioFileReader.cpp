@@ -14,7 +14,7 @@ AudioFileReader::AudioFileReader(const std::string& path) : mPath(path)
     if (file == nullptr)
         throw ToolError(ExitStatus::kInputUnreadable,
                         "Cannot read '" + path + "': " + std::strerror(errno) + ".");
-    mStream = std::make_unique<SoundFileStream>(file);
+    mStream = std::make_unique<SoundFileStream>(file, SoundFileStream::kReadBufferBytes);
     // Audio files are read with seeks to their chunks.
     if (lseek(fileno(file), 0, SEEK_CUR) < 0)
         throw ToolError(ExitStatus::kInputUnreadable,

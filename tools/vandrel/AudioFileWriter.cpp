@@ -125,7 +125,7 @@ AudioFileWriter::AudioFileWriter(const std::string& path, unsigned channels, dou
         throw ToolError(ExitStatus::kOutputUnwritable,
                         "Cannot write '" + path + "': " + std::strerror(errno) + ".");
     }
-    mStream = std::make_unique<SoundFileStream>(file);
+    mStream = std::make_unique<SoundFileStream>(file, SoundFileStream::kWriteBufferBytes);
     mFile = sf_open_virtual(SoundFileStream::callbacks(), SFM_WRITE, &info, mStream.get());
     if (mFile == nullptr)
         throw ToolError(ExitStatus::kOutputUnwritable,

@@ -4,9 +4,10 @@
 #include <cstring>
 #include <sys/stat.h>
 
-SoundFileStream::SoundFileStream(std::FILE* file) : mFile(file), mBuffer(new char[kBufferBytes])
+SoundFileStream::SoundFileStream(std::FILE* file, size_t bufferBytes)
+    : mFile(file), mBuffer(new char[bufferBytes])
 {
-    std::setvbuf(mFile, mBuffer.get(), _IOFBF, kBufferBytes);
+    std::setvbuf(mFile, mBuffer.get(), _IOFBF, bufferBytes);
 }
 
 SoundFileStream::~SoundFileStream()
