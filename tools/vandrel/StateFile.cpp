@@ -3,10 +3,10 @@
 #include "TemporaryFile.h"
 #include "ToolError.h"
 
-#include <cerrno>
-#include <cstring>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <unistd.h>
 #include <vector>
