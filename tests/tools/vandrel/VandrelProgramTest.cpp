@@ -473,6 +473,8 @@ TEST_F(VandrelProgramTest, OutputsThroughLinksDevicesAndPipes)
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
     expectFailure({in, "-o", path("dangling.wav")}, 4, "symbolic link to a missing file");
     expectFailure({in, "-o", path("fifo")}, 4, "pipe or terminal");
+    if (access("/dev/ptmx", W_OK) == 0) // a terminal device, which cannot seek
+        expectFailure({in, "-o", "/dev/ptmx"}, 4, "pipe or terminal");
     // Both the writes of the samples and the header's last update hit the full device.
     expectFailure({in, "-o", "/dev/full"}, 4, "No space left on device");
     expectFailure({"-p", "1", "-S", "/dev/full"}, 4, "No space left on device");
