@@ -61,11 +61,21 @@ TemporaryFile::TemporaryFile(const std::string& destination, bool seekable)
 {
     if (destination.empty() || destination.back() == '/')
         fail(destination, EISDIR);
-    struct stat existing
+    // The entry itself first: a link is followed to what it points to.
+    struct stat entry
     {
     };
-    const int found = stat(destination.c_str(), &existing) == 0 ? 0 : errno;
-    if (found == 0) {
+    if (lstat(destination.c_str(), &entry) != 0) {
+        if (errno != ENOENT)
+            fail(destination, errno);
+    } else {
+        const bool link = S_ISLNK(entry.st_mode);
+        struct stat existing = entry;
+        if (link && stat(destination.c_str(), &existing) != 0) {
+            if (errno == ENOENT)
+                fail(destination, "it is a symbolic link to a missing file");
+            fail(destination, errno);
+        }
         if (S_ISDIR(existing.st_mode))
             fail(destination, EISDIR);
         if (!S_ISREG(existing.st_mode)) {
@@ -84,20 +94,13 @@ TemporaryFile::TemporaryFile(const std::string& destination, bool seekable)
         }
         mMode = static_cast<int>(existing.st_mode & 0777);
         // Through a link, the file it points to is replaced and the link kept.
-        struct stat entry
-        {
-        };
-        if (lstat(destination.c_str(), &entry) == 0 && S_ISLNK(entry.st_mode)) {
+        if (link) {
             const std::unique_ptr<char, decltype(&std::free)> resolved(
                 realpath(destination.c_str(), nullptr), &std::free);
             if (!resolved)
                 fail(destination, errno);
             mTarget = resolved.get();
         }
-    } else if (found != ENOENT) {
-        fail(destination, found);
-    } else if (lstat(destination.c_str(), &existing) == 0) {
-        fail(destination, "it is a symbolic link to a missing file");
     }
     std::string pattern = folderOf(mTarget) + "/." + baseNameOf(mTarget) + ".partial-XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
