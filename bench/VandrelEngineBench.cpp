@@ -2,6 +2,9 @@
 //
 //   static/EFFECT/FRAMES        the engine as the unit drives it, one cook and
 //                               one transform per render, parameters fixed;
+//   sweep/phaser/RATE/1024      the static phaser at other modulation rates,
+//                               whose sweeps cross table entries more or less
+//                               often (the others run at 1 Hz);
 //   knob/EFFECT/KNOB/FRAMES     the same with one parameter changed before
 //                               every render (a host moving a knob);
 //   unit/EFFECT/CASE/512        the unit through the host API, 512-frame
@@ -107,13 +110,14 @@ void TurnKnob(Knob knob, std::int64_t k, _transform_props& props)
     }
 }
 
-void RunEngine(benchmark::State& state, std::int64_t effect, Knob knob, unsigned int frames)
+void RunEngine(benchmark::State& state, std::int64_t effect, Knob knob, unsigned int frames,
+               std::int64_t modRate = 1000)
 {
     _transform_props props{};
     props.lDryOut = -60;
     props.lWetOut = 0;
     props.lEffect = effect;
-    props.lModRate = 1000;
+    props.lModRate = modRate;
     props.lModDepth = 50;
     props.lCenterFreq = 1000;
     props.lResonance = 50;
@@ -313,8 +317,8 @@ public:
     }
 
 private:
-    // "knob/phaser/centre/64" -> "static/phaser/64"; "unit/phaser/ramp-centre/512"
-    // -> "unit/phaser/static/512".
+    // "knob/phaser/centre/64" -> "static/phaser/64", "sweep/phaser/500mHz/1024"
+    // -> "static/phaser/1024", "unit/phaser/ramp-centre/512" -> "unit/phaser/static/512".
     static std::string StaticCaseOf(const std::string& name)
     {
         std::vector<std::string> parts;
@@ -325,7 +329,7 @@ private:
             start = slash + 1;
         }
         parts.push_back(name.substr(start));
-        if (parts.size() == 4 && parts[0] == "knob") {
+        if (parts.size() == 4 && (parts[0] == "knob" || parts[0] == "sweep")) {
             return "static/" + parts[1] + "/" + parts[3];
         }
         if (parts.size() == 4 && parts[0] == "unit") {
@@ -347,6 +351,16 @@ void RegisterAll()
                 ("static/" + name + "/" + std::to_string(frames)).c_str(),
                 [=](benchmark::State& state) { RunEngine(state, effect, Knob::None, frames); });
         }
+    }
+    // The sweep's speed decides how the phaser walks its tables: slow sweeps
+    // stay many frames within one table interval, fast ones cross one every
+    // frame or two.
+    for (std::int64_t milliHz : {500, 2000, 4500, 10000}) {
+        benchmark::RegisterBenchmark(
+            ("sweep/phaser/" + std::to_string(milliHz) + "mHz/1024").c_str(),
+            [=](benchmark::State& state) {
+                RunEngine(state, kEffect_Phaser, Knob::None, 1024, milliHz);
+            });
     }
     for (std::int64_t effect : {kEffect_Flange, kEffect_Phaser, kEffect_WahWah}) {
         const std::string name = kEffectNames[effect];
