@@ -97,9 +97,10 @@ bool CSweepFrequencies::SplitRun()
     if (r < kMaxStepUnits) {
         d = static_cast<std::int64_t>(r);
         const double frac = r - static_cast<double>(d);
-        if (frac > 0.5 || (frac == 0.5 && (units + d) % 2 != 0)) {
-            ++d;
-        }
+        // Rounded up or not as the fraction falls, at random from one run to
+        // the next: a sum of flags rather than branches the predictor misses.
+        d += static_cast<std::int64_t>(frac > 0.5) |
+             (static_cast<std::int64_t>(frac == 0.5) & ((units + d) & 1));
         const std::int64_t room = falling ? units - kBinadeEnd / 2 - 1 : kBinadeEnd - 1 - units;
         n = d > 0 ? (room > 0 ? room / d : 0) : last - j;
         if (n > last - j) {

@@ -214,7 +214,7 @@ Vandrel::Vandrel(AudioComponentInstance inComponentInstance)
     : AUEffectBase(inComponentInstance, true), mOutputElement(nullptr), mInputElement(nullptr),
       mOutBytesPerFrame(0), mOutChannels(0), mSampleRateHz(0), mNeedsBegin(true),
       mLatencySeconds(0.0), mEngineProps(), mCycleEvents(nullptr), mCycleEventCount(0),
-      mTouchedParams(0), mValuesBeforeEvents()
+      mCycleStarted(0), mCycleStartedFrame(0), mTouchedParams(0), mValuesBeforeEvents()
 {
     CreateElements();
     AUElement* globals = Globals();
@@ -347,6 +347,8 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
             bool ramping = false;
             mCycleEvents = mParamList.data();
             mCycleEventCount = static_cast<UInt32>(mParamList.size());
+            mCycleStarted = 0;
+            mCycleStartedFrame = 0;
             // Parameters without events keep their stored values through the
             // render: read once here rather than at every step of a ramp.
             const AUElement& globals = *Globals();
@@ -490,13 +492,17 @@ void Vandrel::ValuesInForceAt(UInt32 inFrame, bool inSorted,
     // In a list sorted by start, the events started by inFrame come first.
     UInt32 started = mCycleEventCount;
     if (inSorted) {
-        started = static_cast<UInt32>(
-            std::upper_bound(mCycleEvents, mCycleEvents + mCycleEventCount,
-                             static_cast<std::int64_t>(inFrame),
-                             [](std::int64_t frame, const AudioUnitParameterEvent& event) {
-                                 return frame < event.eventValues.ramp.startBufferOffset;
-                             }) -
-            mCycleEvents);
+        // A frame before the last one asked for starts the count again.
+        if (inFrame < mCycleStartedFrame) {
+            mCycleStarted = 0;
+        }
+        while (mCycleStarted < mCycleEventCount &&
+               mCycleEvents[mCycleStarted].eventValues.ramp.startBufferOffset <=
+                   static_cast<std::int64_t>(inFrame)) {
+            ++mCycleStarted;
+        }
+        mCycleStartedFrame = inFrame;
+        started = mCycleStarted;
     }
     std::memcpy(outValues, mValuesBeforeEvents, sizeof outValues);
     for (UInt32 touched = mTouchedParams; touched != 0; touched &= touched - 1) {

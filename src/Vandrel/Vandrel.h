@@ -195,7 +195,9 @@ private:
     // the ramp's value at that frame; its end value once over). outRamping
     // tells whether a ramp is under way at that frame. inSorted: the events
     // are sorted by start, as the framework sorts them before slicing, which
-    // lets the search start at the last event started by inFrame. [render]
+    // lets the search start at the last event started by inFrame; the slices
+    // ask for frames in order, so the count of started events only moves on
+    // from one call to the next. [render]
     void ValuesInForceAt(UInt32 inFrame, bool inSorted,
                          AudioUnitParameterValue (&outValues)[kNumParams], bool& outRamping);
 
@@ -213,8 +215,12 @@ private:
     // framework's list, valid only during that render) and, per parameter, the
     // value it had before the first event of the cycle touched it, or for a
     // parameter no event touches, its stored value as the render began.
+    // mCycleStarted: how many of the sorted events had started by
+    // mCycleStartedFrame, the frame of the last sorted look-up.
     const AudioUnitParameterEvent* mCycleEvents;
     UInt32 mCycleEventCount;
+    UInt32 mCycleStarted;
+    UInt32 mCycleStartedFrame;
     UInt32 mTouchedParams;
     AudioUnitParameterValue mValuesBeforeEvents[kNumParams];
 };

@@ -274,11 +274,6 @@ void AUScope::Initialize(AUBase* inCreator, AudioUnitScope inScope, UInt32 inNum
     SetNumberOfElements(inNumElements);
 }
 
-AUElement* AUScope::GetElement(UInt32 inElement) const
-{
-    return inElement < mElements.size() ? mElements[inElement] : nullptr;
-}
-
 AUElement* AUScope::SafeGetElement(UInt32 inElement) const
 {
     AUElement* element = GetElement(inElement);

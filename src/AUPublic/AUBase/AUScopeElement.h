@@ -189,7 +189,10 @@ public:
     // Elements in the scope. [any]
     UInt32 GetNumberOfElements() const { return static_cast<UInt32>(mElements.size()); }
     // Element inElement, or null past the end. Borrowed. [any]
-    AUElement* GetElement(UInt32 inElement) const;
+    AUElement* GetElement(UInt32 inElement) const
+    {
+        return inElement < mElements.size() ? mElements[inElement] : nullptr;
+    }
     // As GetElement, but a missing element throws kAudioUnitErr_InvalidElement
     // (-10877). [any]
     AUElement* SafeGetElement(UInt32 inElement) const;
