@@ -214,7 +214,7 @@ Vandrel::Vandrel(AudioComponentInstance inComponentInstance)
     : AUEffectBase(inComponentInstance, true), mOutputElement(nullptr), mInputElement(nullptr),
       mOutBytesPerFrame(0), mOutChannels(0), mSampleRateHz(0), mNeedsBegin(true),
       mLatencySeconds(0.0), mEngineProps(), mCycleEvents(nullptr), mCycleEventCount(0),
-      mCycleStarted(0), mCycleStartedFrame(0), mTouchedParams(0), mValuesBeforeEvents()
+      mCycleStarted(0), mTouchedParams(0), mValuesBeforeEvents()
 {
     CreateElements();
     AUElement* globals = Globals();
@@ -348,7 +348,6 @@ OSStatus Vandrel::Render(AudioUnitRenderActionFlags& ioActionFlags,
             mCycleEvents = mParamList.data();
             mCycleEventCount = static_cast<UInt32>(mParamList.size());
             mCycleStarted = 0;
-            mCycleStartedFrame = 0;
             // Parameters without events keep their stored values through the
             // render: read once here rather than at every step of a ramp.
             const AUElement& globals = *Globals();
@@ -492,16 +491,18 @@ void Vandrel::ValuesInForceAt(UInt32 inFrame, bool inSorted,
     // In a list sorted by start, the events started by inFrame come first.
     UInt32 started = mCycleEventCount;
     if (inSorted) {
-        // A frame before the last one asked for starts the count again.
-        if (inFrame < mCycleStartedFrame) {
+        auto startsBy = [this, inFrame](UInt32 e) {
+            return mCycleEvents[e].eventValues.ramp.startBufferOffset <=
+                   static_cast<std::int64_t>(inFrame);
+        };
+        // An earlier frame than the last look-up's (its last counted event
+        // starts after it) counts again from the first event.
+        if (mCycleStarted > 0 && !startsBy(mCycleStarted - 1)) {
             mCycleStarted = 0;
         }
-        while (mCycleStarted < mCycleEventCount &&
-               mCycleEvents[mCycleStarted].eventValues.ramp.startBufferOffset <=
-                   static_cast<std::int64_t>(inFrame)) {
+        while (mCycleStarted < mCycleEventCount && startsBy(mCycleStarted)) {
             ++mCycleStarted;
         }
-        mCycleStartedFrame = inFrame;
         started = mCycleStarted;
     }
     std::memcpy(outValues, mValuesBeforeEvents, sizeof outValues);

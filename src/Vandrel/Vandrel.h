@@ -215,12 +215,11 @@ private:
     // framework's list, valid only during that render) and, per parameter, the
     // value it had before the first event of the cycle touched it, or for a
     // parameter no event touches, its stored value as the render began.
-    // mCycleStarted: how many of the sorted events had started by
-    // mCycleStartedFrame, the frame of the last sorted look-up.
+    // mCycleStarted: how many of the sorted events had started by the frame of
+    // the last sorted look-up.
     const AudioUnitParameterEvent* mCycleEvents;
     UInt32 mCycleEventCount;
     UInt32 mCycleStarted;
-    UInt32 mCycleStartedFrame;
     UInt32 mTouchedParams;
     AudioUnitParameterValue mValuesBeforeEvents[kNumParams];
 };
