@@ -4,7 +4,10 @@
 # runs of each, median wall and processor time (user + system, counted by
 # bench/ProcessTime.cpp for the program alone, without a shell's fork); the
 # two programs of a row run turn about, so that a busy spell of the machine
-# falls on both alike:
+# falls on both alike. Each ratio is given twice: from the medians, and from
+# each program's fastest run, which busy spells cannot lengthen (on a shared
+# virtual machine some runs of the same command take a third longer than the
+# rest, writing to /dev/null as much as to a file):
 #   1. vandrel against sox's own flanger and phaser, and against the LADSPA
 #      flangers and phasers that Debian packages ship (tap-plugins,
 #      swh-plugins, caps), run through sox's ladspa effect, on a 16-bit file,
@@ -39,6 +42,7 @@ sox -q "$input" -e floating-point -b 32 "$float_input"
 # The median of numbers read one per line, to a tenth of a millisecond: the
 # ratios below come from these, and whole milliseconds would skew them.
 median() { sort -n | awk '{ t[NR] = $1 } END { printf "%.4f", (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2 }'; }
+fastest() { sort -n | awk 'NR == 1 { printf "%.4f", $1 }'; }
 
 # Times one run of a command; prints "wall cpu" in seconds. The output is
 # removed first, so every run writes a new file.
@@ -48,8 +52,8 @@ once() {
 }
 
 # Runs the commands held in the arrays named $1 and $2 $runs times, turn
-# about; prints "wall cpu wall cpu": the medians of the first command, then
-# the second's.
+# about; prints "wall cpu fastest wall cpu fastest": the medians and the
+# least processor time of the first command, then the second's.
 alternate() {
   local -n first_=$1 second_=$2
   local walls1=() cpus1=() walls2=() cpus2=() w c
@@ -61,7 +65,9 @@ alternate() {
     walls2+=("$w") cpus2+=("$c")
   done
   echo "$(printf '%s\n' "${walls1[@]}" | median) $(printf '%s\n' "${cpus1[@]}" | median)" \
-    "$(printf '%s\n' "${walls2[@]}" | median) $(printf '%s\n' "${cpus2[@]}" | median)"
+    "$(printf '%s\n' "${cpus1[@]}" | fastest)" \
+    "$(printf '%s\n' "${walls2[@]}" | median) $(printf '%s\n' "${cpus2[@]}" | median)" \
+    "$(printf '%s\n' "${cpus2[@]}" | fastest)"
 }
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", (b > 0) ? a / b : 0 }'; }
@@ -81,16 +87,16 @@ theirs() {
   theirs_=(sox "$input" -e floating-point -b 32 "$work/out-sox.wav" $2)
 }
 
-print_row() { printf '%-8s %-44s | %8s %8s | %8s %8s | %8s\n' "$@"; }
+print_row() { printf '%-8s %-44s | %8s %8s | %8s %8s | %8s %8s\n' "$@"; }
 
 # label, vandrel's part, the peer's part, the two commands' array names
 row() {
-  local ow oc tw tc
-  read -r ow oc tw tc <<<"$(alternate "$4" "$5")"
-  print_row "$1" "$2 / $3" "$ow" "$tw" "$oc" "$tc" "$(ratio "$tc" "$oc")"
+  local ow oc of tw tc tf
+  read -r ow oc of tw tc tf <<<"$(alternate "$4" "$5")"
+  print_row "$1" "$2 / $3" "$ow" "$tw" "$oc" "$tc" "$(ratio "$tc" "$oc")" "$(ratio "$tf" "$of")"
 }
 
-print_row effect "vandrel preset / peer" "wall us" "wall" "cpu us" "cpu" "x faster"
+print_row effect "vandrel preset / peer" "wall us" "wall" "cpu us" "cpu" "x faster" "fastest"
 echo "--- fixed costs: vandrel --bypass / sox conversion without an effect"
 ours mine --bypass
 theirs peer ""
@@ -122,17 +128,18 @@ compare phaser "Phaser 1" "phaser 0.8 0.74 3 0.4 0.5 -t"
 input=$work/input.wav
 
 echo
-print_row effect "vandrel preset and ramp" "wall ramp" "wall" "cpu ramp" "cpu" "x fixed"
+print_row effect "vandrel preset and ramp" "wall ramp" "wall" "cpu ramp" "cpu" "x fixed" "fastest"
 ramp() { # label, preset, ramp
-  local rw rc fw fc
+  local rw rc rf fw fc ff
   ours ramped -p "$2" -r "$3"
   ours fixed -p "$2"
-  read -r rw rc fw fc <<<"$(alternate ramped fixed)"
-  print_row "$1" "$2 -r $3" "$rw" "$fw" "$rc" "$fc" "$(ratio "$rc" "$fc")"
+  read -r rw rc rf fw fc ff <<<"$(alternate ramped fixed)"
+  print_row "$1" "$2 -r $3" "$rw" "$fw" "$rc" "$fc" "$(ratio "$rc" "$fc")" "$(ratio "$rf" "$ff")"
 }
 ramp flanger "Flange - 1 Hz" "Modulation rate:0.2:6:0:60s"
 ramp phaser "Phaser 2" "Modulation rate:0.2:6:0:60s"
 ramp phaser "Phaser 2" "Center frequency:300:3000:0:60s"
 ramp wah-wah "Wah-Wah 1" "Center frequency:300:3000:0:60s"
 echo "($runs runs each, medians in seconds; input 60 s stereo 44.1 kHz, 16-bit unless said; \"us\" is vandrel;"
-echo " x faster = peer cpu / vandrel cpu; x fixed = cpu with the ramp / cpu without)"
+echo " x faster = peer cpu / vandrel cpu; x fixed = cpu with the ramp / cpu without; \"fastest\": the same"
+echo " ratio from each program's fastest run)"
